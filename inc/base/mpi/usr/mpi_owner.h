@@ -1,0 +1,41 @@
+// Owners of what the C library hands out: each gives it back when it leaves scope.
+#pragma once
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+
+struct MemoryReleaser {
+    void operator()(void *memory) const { std::free(memory); }
+};
+
+// Memory from malloc.
+template <typename Type>
+using OwnedMemory = std::unique_ptr<Type, MemoryReleaser>;
+
+struct FileReleaser {
+    void operator()(FILE *file) const { (void)std::fclose(file); }  // what was written is flushed before it matters
+};
+
+using OwnedFile = std::unique_ptr<FILE, FileReleaser>;
+
+// File descriptor; a negative one stands for none.
+class OwnedFd {
+public:
+    explicit OwnedFd(int fd) : fd_(fd) {}
+    OwnedFd(const OwnedFd &) = delete;
+    OwnedFd &operator=(const OwnedFd &) = delete;
+    ~OwnedFd()
+    {
+        if (fd_ >= 0) {
+            (void)close(fd_);  // device files write at once: nothing can be lost here
+        }
+    }
+    [[nodiscard]] int Get() const { return fd_; }
+    [[nodiscard]] bool IsOpen() const { return fd_ >= 0; }
+
+private:
+    int fd_;
+};

@@ -1,0 +1,111 @@
+// Shared base of every floor: result codes and the intrusive list.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <type_traits>
+
+#include "mpi_owner.h"
+
+// Result of the tool's own operations. Predicates return 1 or 0 instead.
+enum ResultCode : std::int32_t {
+    RET_OK = 1024,                 // success
+    RET_INVALID_PARAM = 1026,      // a required argument is missing, or a destination is too small
+    RET_DATA_INVALID = 1027,       // a device answer of the wrong form
+    RET_FAIL = 1030,               // failure
+    RET_CMD_FAIL = 1031,           // the SG_IO request failed or the SCSI command ended with a non-zero status
+    RET_NO_MEMORY = 1037,          // memory or a libudev context could not be obtained
+    RET_LINE_HANDLER_FAIL = 1050,  // a line handler refused a line, so reading stopped
+    RET_NOT_FOUND = 1056,          // no setting of that name
+    RET_OPEN_FAIL = 1065,          // a SCSI generic node could not be opened
+};
+
+// Link of an intrusive circular list. A record embeds it as its first member `link`, so that the node's address is
+// the record's address; a list head is a bare node that points at itself both ways while the list is empty.
+struct ListNode {
+    ListNode *next;
+    ListNode *prev;
+};
+
+// Makes `node` an empty head, or a record's link that is in no list.
+inline void LIST_Init(ListNode &node)
+{
+    node.next = &node;
+    node.prev = &node;
+}
+
+// Inserts `node` between the neighbours `prev` and `next`.
+inline void LIST_Insert(ListNode &node, ListNode &prev, ListNode &next)
+{
+    next.prev = &node;
+    node.next = &next;
+    node.prev = &prev;
+    prev.next = &node;
+}
+
+// Appends `node` at the tail of `head`, so that the list keeps insertion order.
+inline void LIST_Append(ListNode &node, ListNode &head)
+{
+    LIST_Insert(node, *head.prev, head);
+}
+
+// Takes `node` out from between its neighbours; its own pointers stay as they were.
+inline void LIST_Unlink(ListNode &node)
+{
+    node.next->prev = node.prev;
+    node.prev->next = node.next;
+}
+
+template <typename Record>
+[[nodiscard]] Record &LIST_RecordOf(ListNode &node)
+{
+    static_assert(std::is_standard_layout_v<Record> && offsetof(Record, link) == 0,
+                  "the node's address must be the record's address");
+    return reinterpret_cast<Record &>(node);
+}
+
+// The records of a list from the first to the last: `for (ScsiHost &host : LIST_Range<ScsiHost>(g_scsiHostList))`.
+// A walk goes on while the node is not the head and is linked at all, so a record that was never linked ends it.
+template <typename Record>
+class LIST_Range {
+public:
+    class Iterator {
+    public:
+        Iterator(ListNode *node, const ListNode *head) : node_(node), head_(head) {}
+        [[nodiscard]] Record &operator*() const { return LIST_RecordOf<Record>(*node_); }
+        Iterator &operator++()
+        {
+            node_ = node_->next;
+            return *this;
+        }
+        // The only comparison that a range-for makes is the one against end().
+        [[nodiscard]] bool operator!=(const Iterator & /*end*/) const
+        {
+            return node_ != head_ && node_->next != nullptr;
+        }
+
+    private:
+        ListNode *node_;
+        const ListNode *head_;
+    };
+
+    explicit LIST_Range(ListNode &head) : head_(&head) {}
+    [[nodiscard]] Iterator begin() const { return {head_->next, head_}; }
+    [[nodiscard]] Iterator end() const { return {head_, head_}; }
+
+private:
+    ListNode *head_;
+};
+
+// Empties the list `head`: each record is unlinked, its link pointed at itself, and handed to `release`, which frees it.
+template <typename Record, typename Release = MemoryReleaser>
+void LIST_Free(ListNode &head, Release release = {})
+{
+    for (ListNode *node = head.next; node != &head;) {
+        ListNode *next = node->next;
+        LIST_Unlink(*node);
+        LIST_Init(*node);
+        release(&LIST_RecordOf<Record>(*node));
+        node = next;
+    }
+}
