@@ -1,0 +1,25 @@
+// Codes and limits of the bounded memory and string functions.
+//
+// The functions carry the names and argument orders of C11 Annex K (ISO/IEC 9899:2011, K.3), but never call a
+// constraint handler: every failure is a return value, and most reset the destination, so that no partial or stale
+// text survives. Reset means that the first byte of a string destination becomes NUL.
+#pragma once
+
+#include <cstddef>
+
+inline constexpr std::size_t kMaxBufferSize = 0x7fffffff;  // largest size in bytes that a destination may have
+
+inline constexpr int kSafeOk = 0;
+inline constexpr int kSafeNullDest = 22;        // EINVAL: the destination is null; nothing is written
+inline constexpr int kSafeBadSize = 34;         // ERANGE: the destination size is 0 or above kMaxBufferSize; nothing is written
+inline constexpr int kSafeInvalidReset = 150;   // 22 + 128: null source or unterminated destination; destination reset
+inline constexpr int kSafeRangeReset = 162;     // 34 + 128: the result does not fit; destination reset
+inline constexpr int kSafeOverlapReset = 182;   // 54 + 128: source and destination overlap; destination reset
+
+[[nodiscard]] constexpr bool SAFE_IsValidSize(std::size_t size)
+{
+    return size >= 1 && size <= kMaxBufferSize;
+}
+
+// True when `count` bytes at `left` and `count` bytes at `right` share a byte.
+[[nodiscard]] bool SAFE_Overlaps(const void *left, const void *right, std::size_t count);

@@ -1,0 +1,374 @@
+#include "safestr_scan.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cerrno>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <cwchar>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+
+// Each conversion is put together from its directive and done by the C library, so its format cannot be a literal.
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+
+namespace {
+
+// Longest directive in bytes that is handed to the C library; only a set with repeated characters can come near it.
+constexpr std::size_t kDirectiveSize = 512;
+
+enum class Outcome { Matched, MatchingFailure, InputFailure };
+
+// A va_list that can be handed on by reference.
+struct Arguments {
+    va_list list;
+};
+
+// One conversion specification of a format: "%*12lld" has suppressed, width "12", length "ll", conversion "d".
+struct Directive {
+    bool suppressed;
+    std::string_view width;
+    std::string_view length;
+    std::string_view conversion;  // one character, or a whole set "[...]"
+
+    [[nodiscard]] char Kind() const { return conversion.empty() ? '\0' : conversion.front(); }
+    [[nodiscard]] bool IsText() const { return Kind() == 's' || Kind() == 'c' || Kind() == '['; }
+    [[nodiscard]] bool IsWide() const { return length == "l"; }
+};
+
+// What one scan holds while it goes through the format.
+struct Scan {
+    const char *input;
+    const char *position;
+    Arguments args;
+    int assigned;
+};
+
+const char *SkipSpace(const char *text)
+{
+    while (std::isspace(static_cast<unsigned char>(*text)) != 0) {
+        ++text;
+    }
+    return text;
+}
+
+// Takes from `rest` its longest beginning made of characters of `set`, at most `most` of them.
+std::string_view TakeAny(std::string_view &rest, std::string_view set, std::size_t most = std::string_view::npos)
+{
+    const std::size_t length = std::min({rest.find_first_not_of(set), rest.size(), most});
+    const std::string_view taken = rest.substr(0, length);
+    rest.remove_prefix(length);
+    return taken;
+}
+
+// Takes a conversion specification from `rest`, which stands behind its '%'.
+Directive TakeDirective(std::string_view &rest)
+{
+    Directive directive{};
+    directive.suppressed = !TakeAny(rest, "*", 1).empty();
+    directive.width = TakeAny(rest, "0123456789");
+    directive.length = rest.starts_with("hh") || rest.starts_with("ll") ? rest.substr(0, 2) : TakeAny(rest, "hljztL", 1);
+    if (directive.length.size() == 2) {
+        rest.remove_prefix(2);
+    }
+    std::size_t size = rest.empty() ? 0 : 1;
+    if (rest.starts_with('[')) {
+        // A ']' that comes first, also behind '^', is a member of the set.
+        const std::size_t firstMember = rest.starts_with("[^") ? 2 : 1;
+        const std::size_t close = rest.find(']', firstMember + 1);
+        size = close == std::string_view::npos ? 0 : close + 1;
+    }
+    directive.conversion = rest.substr(0, size);
+    rest.remove_prefix(size);
+    return directive;
+}
+
+// Lets the C library do one conversion at the scan's position: `value` receives it, or is null to only measure it.
+// On a match the position moves behind the field, and `overflow` tells whether the number was out of range.
+template <typename Value>
+Outcome Convert(Scan &scan, const Directive &directive, std::string_view length, Value *value, bool &overflow)
+{
+    std::array<char, kDirectiveSize> format{};
+    const auto print = [&format](const char *suppress, std::string_view width, std::string_view size,
+                                 std::string_view kind) {
+        return std::snprintf(format.data(), format.size(), "%%%s%.*s%.*s%.*s%%n", suppress,
+                             static_cast<int>(width.size()), width.data(), static_cast<int>(size.size()), size.data(),
+                             static_cast<int>(kind.size()), kind.data());
+    };
+    const int written = print(value == nullptr ? "*" : "", directive.width, length, directive.conversion);
+    if (written < 0 || static_cast<std::size_t>(written) >= format.size()) {
+        return Outcome::MatchingFailure;
+    }
+    int consumed = -1;
+    errno = 0;
+    const int result = value == nullptr ? std::sscanf(scan.position, format.data(), &consumed)
+                                        : std::sscanf(scan.position, format.data(), value, &consumed);
+    overflow = errno == ERANGE;
+    if (consumed < 0) {
+        return result == EOF ? Outcome::InputFailure : Outcome::MatchingFailure;
+    }
+    scan.position += consumed;
+    return Outcome::Matched;
+}
+
+// Stores `value` as a `Number` into the next argument; false when it does not fit.
+template <typename Number, typename Value>
+bool StoreAs(Arguments &args, bool suppressed, Value value)
+{
+    Number *dest = suppressed ? nullptr : va_arg(args.list, Number *);
+    if (!std::in_range<Number>(value)) {
+        return false;
+    }
+    if (dest != nullptr) {
+        *dest = static_cast<Number>(value);
+    }
+    return true;
+}
+
+// Stores `value` as the integer type that the length modifier names, signed like `Value`.
+template <typename Value>
+bool StoreInteger(Arguments &args, const Directive &directive, Value value)
+{
+    constexpr bool isSigned = std::is_signed_v<Value>;
+    const auto store = [&]<typename Signed>(Signed /*type*/) {
+        using Number = std::conditional_t<isSigned, Signed, std::make_unsigned_t<Signed>>;
+        return StoreAs<Number>(args, directive.suppressed, value);
+    };
+    if (directive.length == "hh") {
+        return store(static_cast<signed char>(0));
+    }
+    if (directive.length == "h") {
+        return store(static_cast<short>(0));
+    }
+    if (directive.length.empty()) {
+        return store(0);
+    }
+    if (directive.length == "ll") {
+        return store(0LL);
+    }
+    static_assert(sizeof(long) == sizeof(std::intmax_t) && sizeof(long) == sizeof(std::ptrdiff_t));
+    return store(0L);  // l, j, z and t
+}
+
+template <typename Value>
+Outcome ScanInteger(Scan &scan, const Directive &directive)
+{
+    const char *sign = SkipSpace(scan.position);
+    Value value = 0;
+    bool overflow = false;
+    const Outcome outcome = Convert(scan, directive, "j", &value, overflow);
+    if (outcome != Outcome::Matched) {
+        return outcome;
+    }
+    // The C library wraps "-1" into an unsigned type.
+    const bool wrapped = std::is_unsigned_v<Value> && *sign == '-' && value != 0;
+    if (overflow || wrapped || !StoreInteger(scan.args, directive, value)) {
+        return Outcome::MatchingFailure;
+    }
+    scan.assigned += directive.suppressed ? 0 : 1;
+    return Outcome::Matched;
+}
+
+// Floating-point numbers and pointers: a type of their own that the C library fills directly.
+template <typename Value>
+Outcome ScanValue(Scan &scan, const Directive &directive)
+{
+    Value value{};
+    bool overflow = false;
+    const Outcome outcome = Convert(scan, directive, directive.length, &value, overflow);
+    if (outcome != Outcome::Matched) {
+        return outcome;
+    }
+    if constexpr (std::is_floating_point_v<Value>) {
+        overflow = overflow && std::isinf(value);  // a result that is merely tiny still fits
+    }
+    if (overflow) {
+        return Outcome::MatchingFailure;
+    }
+    if (!directive.suppressed) {
+        *va_arg(scan.args.list, Value *) = value;
+        ++scan.assigned;
+    }
+    return Outcome::Matched;
+}
+
+// Empties a text destination of `size` characters.
+void ResetText(void *dest, unsigned int size, bool wide)
+{
+    if (dest == nullptr || size == 0) {
+        return;
+    }
+    if (wide) {
+        *static_cast<wchar_t *>(dest) = L'\0';
+    } else {
+        *static_cast<char *>(dest) = '\0';
+    }
+}
+
+// Copies `field` into the `size` characters at `dest`; false when it does not fit or is no valid multibyte text.
+bool StoreText(void *dest, unsigned int size, std::string_view field, bool wide, bool terminated)
+{
+    const std::size_t terminator = terminated ? 1 : 0;
+    if (dest == nullptr) {
+        return false;
+    }
+    if (!wide) {
+        if (field.size() + terminator > size) {
+            return false;
+        }
+        std::memcpy(dest, field.data(), field.size());
+        if (terminated) {
+            static_cast<char *>(dest)[field.size()] = '\0';
+        }
+        return true;
+    }
+    std::mbstate_t state{};
+    const char *from = field.data();
+    const std::size_t count = mbsnrtowcs(nullptr, &from, field.size(), 0, &state);
+    if (count == static_cast<std::size_t>(-1) || count + terminator > size) {
+        return false;
+    }
+    state = {};
+    (void)mbsnrtowcs(static_cast<wchar_t *>(dest), &from, field.size(), count, &state);  // counted above
+    if (terminated) {
+        static_cast<wchar_t *>(dest)[count] = L'\0';
+    }
+    return true;
+}
+
+Outcome ScanText(Scan &scan, const Directive &directive)
+{
+    const char *begin = directive.Kind() == 's' ? SkipSpace(scan.position) : scan.position;
+    bool overflow = false;
+    const Outcome outcome = Convert<char>(scan, directive, directive.length, nullptr, overflow);
+    if (outcome != Outcome::Matched || directive.suppressed) {
+        return outcome;
+    }
+    void *dest = va_arg(scan.args.list, void *);
+    const unsigned int size = va_arg(scan.args.list, unsigned int);
+    const std::string_view field(begin, static_cast<std::size_t>(scan.position - begin));
+    if (!StoreText(dest, size, field, directive.IsWide(), directive.Kind() != 'c')) {
+        ResetText(dest, size, directive.IsWide());
+        return Outcome::MatchingFailure;
+    }
+    ++scan.assigned;
+    return Outcome::Matched;
+}
+
+Outcome MatchCharacter(Scan &scan, char expected)
+{
+    if (*scan.position == '\0') {
+        return Outcome::InputFailure;
+    }
+    if (*scan.position != expected) {
+        return Outcome::MatchingFailure;
+    }
+    ++scan.position;
+    return Outcome::Matched;
+}
+
+Outcome ScanDirective(Scan &scan, const Directive &directive)
+{
+    switch (directive.Kind()) {
+        case 'd':
+        case 'i':
+            return ScanInteger<std::intmax_t>(scan, directive);
+        case 'o':
+        case 'u':
+        case 'x':
+        case 'X':
+            return ScanInteger<std::uintmax_t>(scan, directive);
+        case 'a':
+        case 'A':
+        case 'e':
+        case 'E':
+        case 'f':
+        case 'F':
+        case 'g':
+        case 'G':
+            return directive.length == "L"   ? ScanValue<long double>(scan, directive)
+                   : directive.length == "l" ? ScanValue<double>(scan, directive)
+                                             : ScanValue<float>(scan, directive);
+        case 'p':
+            return ScanValue<void *>(scan, directive);
+        case 's':
+        case 'c':
+        case '[':
+            return ScanText(scan, directive);
+        case 'n':
+            return StoreInteger(scan.args, directive, static_cast<std::intmax_t>(scan.position - scan.input))
+                       ? Outcome::Matched
+                       : Outcome::MatchingFailure;
+        case '%':
+            scan.position = SkipSpace(scan.position);
+            return MatchCharacter(scan, '%');
+        default:
+            return Outcome::MatchingFailure;
+    }
+}
+
+// Empties the destination of the format's first conversion where that is a text.
+void ResetFirstText(std::string_view format, Arguments &args)
+{
+    const std::size_t percent = format.find('%');
+    if (percent == std::string_view::npos) {
+        return;
+    }
+    format.remove_prefix(percent + 1);
+    const Directive directive = TakeDirective(format);
+    if (directive.IsText() && !directive.suppressed) {
+        void *dest = va_arg(args.list, void *);
+        const unsigned int size = va_arg(args.list, unsigned int);
+        ResetText(dest, size, directive.IsWide());
+    }
+}
+
+Outcome ScanAll(Scan &scan, std::string_view format)
+{
+    Outcome outcome = Outcome::Matched;
+    while (!format.empty() && outcome == Outcome::Matched) {
+        const char c = format.front();
+        format.remove_prefix(1);
+        if (std::isspace(static_cast<unsigned char>(c)) != 0) {
+            scan.position = SkipSpace(scan.position);
+        } else if (c == '%') {
+            outcome = ScanDirective(scan, TakeDirective(format));
+        } else {
+            outcome = MatchCharacter(scan, c);
+        }
+    }
+    return outcome;
+}
+
+}  // namespace
+
+int vsscanf_s(const char *input, const char *format, va_list list)
+{
+    if (input == nullptr || format == nullptr) {
+        return -1;
+    }
+    Scan scan{input, input, {}, 0};
+    va_copy(scan.args.list, list);
+    const std::size_t length = std::strlen(input);
+    int result = -1;
+    if (!SAFE_IsValidSize(length)) {
+        ResetFirstText(format, scan.args);
+    } else if (ScanAll(scan, format) != Outcome::InputFailure || scan.assigned > 0) {
+        result = scan.assigned;
+    }
+    va_end(scan.args.list);
+    return result;
+}
+
+int sscanf_s(const char *input, const char *format, ...)
+{
+    va_list list;
+    va_start(list, format);
+    const int result = vsscanf_s(input, format, list);
+    va_end(list);
+    return result;
+}
