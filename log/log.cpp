@@ -1,0 +1,102 @@
+#include "log.h"
+
+#include <array>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <string_view>
+
+#include "mpi_owner.h"
+#include "safestr_format.h"
+#include "safestr_memory.h"
+#include "safestr_string.h"
+
+namespace {
+
+constexpr unsigned int kRecordMark = 0x5342;  // first half of every record id
+constexpr unsigned int kRecordKind = 0;
+constexpr std::size_t kTimeSize = 40;
+
+constexpr std::array<const char *, 34> kModuleNames = {
+    "MPI", "BAL", "KLS", "KCF", "USI", "LPM", "VDS", "LBS", "PIA", "PIA_BASE", "DISK", "VHBA",
+    "VHBA_BASE", "VHBA_EXT", "VLM", "SHEL", "SHEL_BASE", "SHEL_EXT", "UIA", "UIL", "CLI", "GUI", "UDEV", "SCAN",
+    "DETACH", "REG", "INST", "OUC", "AGT", "EVENT", "PCM", "REF", "HOM_EXT", "HOM_BASE"};
+
+constexpr std::array<const char *, 5> kLevelNames = {"DEBUG", "INFO", "WARN", "ERROR", "FATAL"};
+
+static_assert(std::string_view(kModuleNames[static_cast<std::size_t>(ModuleId::Udev)]) == "UDEV" &&
+              std::string_view(kModuleNames[static_cast<std::size_t>(ModuleId::Scan)]) == "SCAN");
+
+LogContext g_logContext;
+
+// Formats the local time; `text` stays empty when there is none.
+void FormatNow(char (&text)[kTimeSize])
+{
+    (void)memset_s(text, sizeof text, 0, sizeof text);  // sizes are constant
+    const std::time_t now = std::time(nullptr);
+    const std::tm *local = std::localtime(&now);
+    if (local == nullptr) {
+        return;
+    }
+    // A time that is longer is cut, and is good enough cut.
+    (void)snprintf_s(text, sizeof text, sizeof text - 1, "%d-%02d-%02d %02d:%02d:%02d", local->tm_year + 1900,
+                     local->tm_mon + 1, local->tm_mday, local->tm_hour, local->tm_min, local->tm_sec);
+}
+
+}  // namespace
+
+ResultCode LOG_Init(const char *path)
+{
+    const int result = strncpy_s(g_logContext.path, sizeof g_logContext.path, path, std::strlen(path));
+    if (result != 0) {
+        (void)std::printf("init log fail with err{%s}!\n", std::strerror(result));
+        return RET_FAIL;
+    }
+    g_logContext.sequence = 1;
+    return RET_OK;
+}
+
+LogContext *LOG_GetContext(ModuleId module)
+{
+    g_logContext.moduleId = module;
+    return &g_logContext;
+}
+
+void LOG_WriteRecordList(ModuleId module, LogLevel level, const char *function, int line, const char *format,
+                         va_list list)
+{
+    LogContext *context = LOG_GetContext(module);
+    const OwnedFile file(std::fopen(context->path, "a"));
+    if (file == nullptr) {
+        return;
+    }
+    const auto moduleIndex = static_cast<std::uint32_t>(context->moduleId);
+    const char *moduleName = kModuleNames[moduleIndex];
+    char time[kTimeSize];
+    FormatNow(time);
+    const std::int32_t sequence = context->sequence++;
+    // Both parts go through the stream's buffer and reach the file in one write, so that records of two processes stay
+    // whole lines.
+    (void)std::fprintf(file.get(), "[%d][%s][%08x%02x%02x%04x][%-4s][%-6s][%s: %d]", sequence, time, kRecordMark,
+                       moduleIndex, kRecordKind, static_cast<unsigned int>(line),
+                       kLevelNames[static_cast<std::size_t>(level)], moduleName, function, line);
+    (void)std::vfprintf(file.get(), format, list);
+    (void)std::fflush(file.get());
+}
+
+void LOG_WriteRecord(ModuleId module, LogLevel level, const char *function, int line, const char *format, ...)
+{
+    va_list list;
+    va_start(list, format);
+    LOG_WriteRecordList(module, level, function, line, format, list);
+    va_end(list);
+}
+
+bool LOG_AssertionFailed(const char *function, int line, const char *expression)
+{
+    // The file is no part of the record: its name stays empty.
+    LOG_WriteRecord(ModuleId::Udev, LogLevel::Error, function, line,
+                    "*** Assertion on file \"%s\" function \"%s\" line %d exception \"%s\"\n", "", function, line,
+                    expression);
+    return false;
+}

@@ -1,0 +1,18 @@
+// Where the command's trace file lies.
+#pragma once
+
+#include <cstdint>
+
+#include "mpi_usr_if.h"
+
+enum class DirectoryKind : std::uint32_t {
+    Log = 2,            // /opt/Veridane_NVMe/log/
+    Configuration = 5,  // /etc/Veridane_NVMe/
+};
+
+// Returns the full path of the file `name` in the directory of that kind, at most 119 characters, in a static buffer
+// that the next call overwrites; null when it does not fit or the kind is unknown.
+[[nodiscard]] const char *GetFilePathByType(DirectoryKind kind, const char *name);
+
+// Sets up the command's trace log. Returns RET_OK, or RET_FAIL after a line on standard output.
+[[nodiscard]] ResultCode SCAN_InitLog();

@@ -1,0 +1,22 @@
+// Syslog output, which the configuration and utility operations can use instead of the trace file.
+#pragma once
+
+#include "log.h"
+
+[[nodiscard]] int LOG_IsSyslog();  // 1 when syslog output is switched on, else 0
+void LOG_SetSyslog();
+void LOG_ClearSyslog();
+
+// Writes one message of at most 1023 characters to syslog under the identity "vdudev"; a longer one is replaced by
+// "vsnprintf failed.". A null format is ignored.
+void LOG_Syslog(const char *format, ...) __attribute__((format(printf, 1, 2)));
+
+// Message of a configuration or utility operation: a trace record, or a syslog message where that is switched on.
+#define LOG_PrintUdev(level, format, ...)                                                    \
+    do {                                                                                     \
+        if (LOG_IsSyslog() == 1) {                                                           \
+            LOG_Syslog(format __VA_OPT__(, ) __VA_ARGS__);                                   \
+        } else {                                                                             \
+            LOG_Print(ModuleId::Udev, level, format __VA_OPT__(, ) __VA_ARGS__);             \
+        }                                                                                    \
+    } while (0)
