@@ -1,0 +1,219 @@
+#include "udev_product.h"
+
+#include <array>
+#include <cstdio>
+#include <cstring>
+
+#include "log_syslog.h"
+#include "mpi_owner.h"
+#include "safestr_format.h"
+#include "safestr_memory.h"
+#include "safestr_scan.h"
+#include "safestr_string.h"
+#include "udev_line.h"
+
+ListNode g_productList = {&g_productList, &g_productList};
+
+namespace {
+
+constexpr const char *kConfigPath = "/etc/vd_plus.conf";
+constexpr std::int32_t kMaxHeld = kConfigLineSize - 1;  // characters held when a line is too long
+
+using ProductField = char (ProductNode::*)[kProductFieldSize];
+
+struct ProductKey {
+    char name[kProductFieldSize];
+    ProductField field;
+};
+
+constexpr std::array<ProductKey, 4> kProductKeys = {{
+    {"ruler_name", &ProductNode::ruler_name},
+    {"vendor_id", &ProductNode::vendor_id},
+    {"product_id", &ProductNode::product_id},
+    {"driver", &ProductNode::driver},
+}};
+
+}  // namespace
+
+void UDEV_ClearTailSpace(char *buffer, std::int32_t bufferLen)
+{
+    if (!LOG_ASSERT(buffer != LOG_NULL) || !LOG_ASSERT(bufferLen != 0)) {
+        return;
+    }
+    constexpr char kGroup[] = "\\x20";
+    constexpr std::int32_t kGroupLength = sizeof kGroup - 1;
+    for (std::int32_t p = static_cast<std::int32_t>(std::strlen(buffer)) - kGroupLength;
+         p >= 0 && p < bufferLen && std::strcmp(buffer + p, kGroup) == 0; p -= kGroupLength) {
+        (void)memset_s(buffer + p, kGroupLength, 0, kGroupLength);  // sizes are equal
+    }
+}
+
+std::uint8_t UDEV_MatchProductStr(const char *vendor, const char *product, const ProductNode *productNode)
+{
+    if (!LOG_ASSERT(productNode != 0)) {
+        return 0;
+    }
+    char wanted[kProductFieldSize] = {};
+    if (product != nullptr) {
+        if (sprintf_s(wanted, sizeof wanted, "%s", product) == -1) {
+            LOG_PrintUdev(LogLevel::Error, "sprintf_s failed.");
+            return 0;
+        }
+        UDEV_ClearTailSpace(wanted, sizeof wanted);
+    }
+    return std::strcmp(productNode->vendor_id, vendor) == 0 && std::strcmp(productNode->product_id, wanted) == 0 ? 1 : 0;
+}
+
+std::uint8_t UDEV_DeviceIsSupport(const char *vendor, const char *product)
+{
+    if (!LOG_ASSERT(vendor != LOG_NULL)) {
+        return 0;
+    }
+    if (g_productList.next == &g_productList) {
+        LOG_PrintUdev(LogLevel::Error, "list is NULL.");
+        return 0;
+    }
+    for (const ProductNode &node : LIST_Range<ProductNode>(g_productList)) {
+        if (UDEV_MatchProductStr(vendor, product, &node) == 1) {
+            return 1;
+        }
+    }
+    return 0;
+}
+
+void UDEV_FreeProductList()
+{
+    LIST_Free<ProductNode>(g_productList);
+}
+
+ProductNode *UDEV_AllocProductNode()
+{
+    auto *node = static_cast<ProductNode *>(std::malloc(sizeof(ProductNode)));
+    if (node == nullptr) {
+        LOG_PrintUdev(LogLevel::Error, "malloc failed");
+        return nullptr;
+    }
+    (void)memset_s(node, sizeof *node, 0, sizeof *node);  // sizes are equal
+    LIST_Init(node->link);
+    return node;
+}
+
+std::uint8_t UDEV_InitProductNode(const char *keyName, const char *keyValue, ProductNode *node)
+{
+    if (!LOG_ASSERT(keyName != LOG_NULL) || !LOG_ASSERT(keyValue != LOG_NULL) || !LOG_ASSERT(node != LOG_NULL)) {
+        return 0;
+    }
+    for (const ProductKey &key : kProductKeys) {
+        if (std::strcmp(keyName, key.name) != 0) {
+            continue;
+        }
+        if (sprintf_s(node->*key.field, kProductFieldSize, "%s", keyValue) == -1) {
+            LOG_PrintUdev(LogLevel::Error, "sprintf_s failed.");
+            return 0;
+        }
+        return 1;
+    }
+    return 1;
+}
+
+std::uint8_t UDEV_DivisionString(char *buffer, std::int32_t bufferLen, ProductNode *node)
+{
+    if (!LOG_ASSERT(buffer != LOG_NULL) || !LOG_ASSERT(bufferLen != 0) || !LOG_ASSERT(node != LOG_NULL)) {
+        return 0;
+    }
+    char key[kProductFieldSize] = {};
+    (void)UDEV_ReplaceCharacters(buffer, bufferLen);  // its arguments are checked above
+    char *context = nullptr;
+    std::size_t pieces = 0;
+    for (char *piece = strtok_s(buffer, ",", &context); piece != nullptr; piece = strtok_s(nullptr, ",", &context)) {
+        if (pieces == kProductKeys.size()) {
+            LOG_PrintUdev(LogLevel::Error, "more than buffer length.");
+            return 0;
+        }
+        ++pieces;
+        // Cleared for each piece: a key without a value must not take the value of the piece before it.
+        char value[kProductFieldSize] = {};
+        if (sscanf_s(piece, "%s %s", key, static_cast<unsigned int>(sizeof key), value,
+                     static_cast<unsigned int>(sizeof value)) == -1) {
+            LOG_PrintUdev(LogLevel::Error, "sscanf_s failed.");
+            return 0;
+        }
+        if (UDEV_InitProductNode(key, value, node) == 0) {
+            return 0;
+        }
+    }
+    return 1;
+}
+
+std::uint8_t UDEV_AnalyzeLine(char *buffer, std::int32_t bufferLen, std::uint8_t *vendorsUnit)
+{
+    if (!LOG_ASSERT(buffer != LOG_NULL) || !LOG_ASSERT(bufferLen != 0) || !LOG_ASSERT(vendorsUnit != LOG_NULL)) {
+        return 0;
+    }
+    if (std::strcmp(buffer, "[vendors]") == 0) {
+        *vendorsUnit = 1;
+        return 1;
+    }
+    if (*vendorsUnit == 0) {
+        return 0;
+    }
+    OwnedMemory<ProductNode> node(UDEV_AllocProductNode());
+    if (node == nullptr || UDEV_DivisionString(buffer, bufferLen, node.get()) == 0) {
+        return 0;
+    }
+    LIST_Append(node.release()->link, g_productList);
+    return 1;
+}
+
+void UDEV_HandleSingleLine(char *buffer, std::int32_t bufferLen, std::int32_t *bufferIndex, std::uint8_t *lineFlag,
+                           std::uint8_t *vendorsUnit)
+{
+    if (!LOG_ASSERT(buffer != LOG_NULL) || !LOG_ASSERT(bufferLen != 0) || !LOG_ASSERT(lineFlag != LOG_NULL) ||
+        !LOG_ASSERT(bufferIndex != LOG_NULL) || !LOG_ASSERT(vendorsUnit != LOG_NULL)) {
+        return;
+    }
+    if (*lineFlag == 1) {
+        *lineFlag = 0;
+        return;
+    }
+    if (*bufferIndex == 0) {
+        return;
+    }
+    buffer[*bufferIndex] = '\0';
+    (void)UDEV_ClearCharacters(buffer, bufferLen);  // its arguments are checked above
+    if (buffer[0] != '\0') {
+        (void)UDEV_AnalyzeLine(buffer, bufferLen, vendorsUnit);  // a line that adds no entry never ends the reading
+    }
+    (void)memset_s(buffer, static_cast<std::size_t>(bufferLen), 0, static_cast<std::size_t>(bufferLen));
+    *bufferIndex = 0;
+}
+
+std::uint8_t UDEV_InitConfig()
+{
+    std::uint8_t lineFlag = 0;
+    std::uint8_t vendorsUnit = 0;
+    std::int32_t bufferIndex = 0;
+    char buffer[kConfigLineSize] = {};
+    LIST_Init(g_productList);
+    const OwnedFile file(std::fopen(kConfigPath, "rb+"));
+    if (file == nullptr) {
+        LOG_PrintUdev(LogLevel::Error, "open file failed.");
+        return 0;
+    }
+    (void)std::fseek(file.get(), 0, SEEK_SET);  // a file that cannot seek is read from where it stands
+    for (int c = std::fgetc(file.get()); c != EOF; c = std::fgetc(file.get())) {
+        if (c == '\\') {
+            lineFlag = 1;
+        } else if (bufferIndex >= kMaxHeld) {
+            buffer[bufferIndex] = '\0';
+            LOG_PrintUdev(LogLevel::Error, "single line over maximum number of characters:%s\n", buffer);
+            bufferIndex = 0;
+            lineFlag = 0;
+        } else if (c == '\n') {
+            UDEV_HandleSingleLine(buffer, kConfigLineSize, &bufferIndex, &lineFlag, &vendorsUnit);
+        } else {
+            buffer[bufferIndex++] = static_cast<char>(c);
+        }
+    }
+    return 1;
+}
