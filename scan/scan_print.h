@@ -1,0 +1,14 @@
+// Messages of the rescan command.
+#pragma once
+
+#include "log.h"
+
+// Message for the operator: printed on standard output and flushed, then recorded with the identical text.
+#define SCAN_Print(level, format, ...) \
+    SCAN_PrintMessage(level, __func__, __LINE__, format __VA_OPT__(, ) __VA_ARGS__)
+
+// Message for the trace log alone.
+#define SCAN_Record(level, format, ...) LOG_Print(ModuleId::Scan, level, format __VA_OPT__(, ) __VA_ARGS__)
+
+void SCAN_PrintMessage(LogLevel level, const char *function, int line, const char *format, ...)
+    __attribute__((format(printf, 4, 5)));

@@ -1,0 +1,150 @@
+#include "scan_report_lun.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <span>
+
+#include "mpi_owner.h"
+#include "safestr_format.h"
+#include "safestr_memory.h"
+#include "scan_print.h"
+#include "scan_sgio.h"
+
+namespace {
+
+constexpr std::uint8_t kOpReportLuns = 0xA0;
+constexpr std::size_t kCommandSize = 12;
+constexpr std::uint32_t kHeaderSize = 8;            // LUN LIST LENGTH and a reserved field
+constexpr std::uint32_t kEntrySize = 8;
+constexpr std::uint32_t kFirstListLength = 4088;    // 511 entries
+constexpr std::uint32_t kMaxListLength = 16u << 20;  // a target that claims more is not believed
+constexpr int kMaxGrowths = 8;                      // nor one whose list never stops growing
+
+constexpr std::size_t kLunTextSize = 256;
+constexpr std::size_t kLunTextLimit = 127;  // bytes of a record's text, the terminator included
+
+// The kernel's number for a LUN entry: the four 2-byte addressing levels, the first in the lowest 16 bits (SAM-5, 4.7).
+std::uint64_t LunOfEntry(const std::uint8_t *entry)
+{
+    std::uint64_t lun = 0;
+    for (unsigned int level = 0; level < 4; ++level) {
+        lun |= static_cast<std::uint64_t>(SCAN_ReadBe16(entry + 2 * level)) << (16 * level);
+    }
+    return lun;
+}
+
+void StoreLunList(ScsiSession &session, std::uint64_t *lunList, std::uint32_t lunCount)
+{
+    std::free(session.lunList);
+    session.lunList = lunList;
+    session.lunCount = lunCount;
+}
+
+void SCAN_PrintLunIds(const ScsiSession &session, const std::uint64_t *lunList, std::uint32_t lunCount)
+{
+    SCAN_Record(LogLevel::Info, "session{%u:%u:%u} report lun cnt{%u}.\n", session.host, session.channel,
+                session.target, lunCount);
+    char text[kLunTextSize] = {};
+    std::size_t length = 0;
+    for (std::uint32_t i = 0; i < lunCount;) {
+        const int added = sprintf_s(text + length, kLunTextLimit - length, "%llu,",
+                                    static_cast<unsigned long long>(lunList[i]));
+        if (added == -1) {
+            SCAN_Record(LogLevel::Info, "%s\n", text);
+            (void)memset_s(text, sizeof text, 0, sizeof text);  // sizes are equal
+            length = 0;
+            continue;  // an empty text holds any number
+        }
+        length += static_cast<std::size_t>(added);
+        ++i;
+    }
+    SCAN_Record(LogLevel::Info, "%s\n", text);
+}
+
+ResultCode SCAN_IssueReportLun(int fd, std::uint8_t *buffer, std::uint32_t length)
+{
+    const std::uint8_t command[kCommandSize] = {
+        kOpReportLuns,          0, 0, 0, 0, 0, SCAN_ByteOf(length, 3), SCAN_ByteOf(length, 2),
+        SCAN_ByteOf(length, 1), SCAN_ByteOf(length, 0), 0, 0};
+    const SgResult result = SCAN_SendCommand(fd, command, {buffer, length});
+    if (result.ioctlResult != 0) {
+        SCAN_Record(LogLevel::Error, "iusse report lun ioctl fail{%d}!\n", result.ioctlResult);
+        return RET_CMD_FAIL;
+    }
+    if (!result.IsGood()) {
+        SCAN_Record(LogLevel::Error, "report lun failed with errno{status:%d, host:%d, driver:%d}.\n", result.status,
+                    result.hostStatus, result.driverStatus);
+        return RET_CMD_FAIL;
+    }
+    return RET_OK;
+}
+
+}  // namespace
+
+ResultCode SCAN_ParseReportLunids(ScsiSession &session, const std::uint8_t *entries, std::uint32_t listLength)
+{
+    if (listLength % kEntrySize != 0) {
+        SCAN_Record(LogLevel::Error, "report lun return length{%u} fail!\n", listLength);
+        return RET_DATA_INVALID;
+    }
+    const std::uint32_t lunCount = listLength / kEntrySize;
+    if (lunCount == 0) {
+        StoreLunList(session, nullptr, 0);
+        SCAN_Record(LogLevel::Info, "session{%u:%u:%u} report lun return length{%u}!\n", session.host, session.channel,
+                    session.target, listLength);
+        return RET_OK;
+    }
+    const std::size_t size = lunCount * sizeof(std::uint64_t);
+    auto *lunList = static_cast<std::uint64_t *>(std::malloc(size));
+    if (lunList == nullptr) {
+        SCAN_Record(LogLevel::Error, "malloc length{%d} buffer fail!\n", static_cast<int>(size));
+        return RET_NO_MEMORY;
+    }
+    for (std::uint32_t i = 0; i < lunCount; ++i) {
+        lunList[i] = LunOfEntry(entries + static_cast<std::size_t>(i) * kEntrySize);
+    }
+    StoreLunList(session, lunList, lunCount);
+    SCAN_PrintLunIds(session, lunList, lunCount);
+    return RET_OK;
+}
+
+ResultCode SCAN_ReportLun(ScsiSession &session, const char *path)
+{
+    const OwnedFd fd(SCAN_OpenNode(path));
+    if (!fd.IsOpen()) {
+        SCAN_Record(LogLevel::Error, "open file{%s} fail!\n", path);
+        return RET_OPEN_FAIL;
+    }
+    OwnedMemory<std::uint8_t> buffer;
+    std::uint32_t expectedLength = kFirstListLength;
+    for (int growths = 0;; ++growths) {
+        const std::uint32_t size = expectedLength + kHeaderSize;
+        buffer.reset();  // the old buffer is given back before a larger one is taken
+        buffer.reset(static_cast<std::uint8_t *>(std::malloc(size)));
+        if (buffer == nullptr) {
+            SCAN_Record(LogLevel::Error, "malloc length{%u} buffer fail!\n", size);
+            return RET_NO_MEMORY;
+        }
+        (void)memset_s(buffer.get(), size, 0, size);  // sizes are equal
+        const ResultCode result = SCAN_IssueReportLun(fd.Get(), buffer.get(), size);
+        if (result != RET_OK) {
+            return result;
+        }
+        const std::uint32_t listLength = SCAN_ReadBe32(buffer.get());
+        if (listLength <= expectedLength) {
+            return SCAN_ParseReportLunids(session, buffer.get() + kHeaderSize, listLength);
+        }
+        if (listLength > kMaxListLength || growths == kMaxGrowths) {
+            SCAN_Record(LogLevel::Error, "report lun return length{%u} fail!\n", listLength);
+            return RET_DATA_INVALID;
+        }
+        expectedLength = listLength;
+    }
+}
+
+int SCAN_IsLunReported(const ScsiDisk &disk, const ScsiSession &session)
+{
+    // Compared in 64 bits: an entry above 32 bits is no disk's LUN.
+    const std::span<const std::uint64_t> reported(session.lunList, session.lunCount);
+    return std::find(reported.begin(), reported.end(), disk.lun) != reported.end() ? 1 : 0;
+}

@@ -1,0 +1,45 @@
+// The one door to the Linux SCSI generic driver (SCSI Generic HOWTO, SG_IO ioctl).
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+// What the last attempt of a command left behind. The transport's part counts as much as the device's: only where
+// `ioctlResult` and all three status fields are 0 is there an answer to believe.
+struct SgResult {
+    int ioctlResult;
+    int status;        // SCSI status byte of the device
+    int hostStatus;    // status of the host adapter
+    int driverStatus;  // status of the kernel's SCSI layer
+
+    [[nodiscard]] bool IsGood() const
+    {
+        return ioctlResult == 0 && status == 0 && hostStatus == 0 && driverStatus == 0;
+    }
+};
+
+// Sends the command block `command` through the open generic node `fd` and reads its answer into `response`. The
+// command is tried up to three times, each for at most 10 seconds, until an attempt is good.
+[[nodiscard]] SgResult SCAN_SendCommand(int fd, std::span<const std::uint8_t> command,
+                                        std::span<std::uint8_t> response);
+
+// Opens the generic node `path` for commands; -1 when it cannot be opened.
+[[nodiscard]] int SCAN_OpenNode(const char *path);
+
+// Big-endian fields of SCSI command blocks and answers (SPC-5, 3.5).
+[[nodiscard]] constexpr std::uint16_t SCAN_ReadBe16(const std::uint8_t *bytes)
+{
+    return static_cast<std::uint16_t>(bytes[0] << 8 | bytes[1]);
+}
+
+[[nodiscard]] constexpr std::uint32_t SCAN_ReadBe32(const std::uint8_t *bytes)
+{
+    return static_cast<std::uint32_t>(SCAN_ReadBe16(bytes)) << 16 | SCAN_ReadBe16(bytes + 2);
+}
+
+// Byte `index` of the big-endian form of `value`, counted from the lowest: index 0 is the last byte on the wire.
+[[nodiscard]] constexpr std::uint8_t SCAN_ByteOf(std::uint32_t value, unsigned int index)
+{
+    return static_cast<std::uint8_t>(value >> (8 * index));
+}

@@ -1,0 +1,47 @@
+#include "scan_start.h"
+
+#include <unistd.h>
+
+#include "log_path.h"
+#include "scan_disk.h"
+#include "scan_lock.h"
+#include "scan_print.h"
+#include "scan_state.h"
+#include "scan_target.h"
+#include "udev_product.h"
+
+ResultCode SCAN_Init()
+{
+    if (SCAN_InitLog() != RET_OK) {
+        return RET_FAIL;
+    }
+    SCAN_Print(LogLevel::Info, "vdRescan_plus start...\n");
+    if (getuid() != 0) {
+        SCAN_Print(LogLevel::Warn, "WARN: please exit and run as root!\n");
+        return RET_FAIL;
+    }
+    if (SCAN_CheckOnlyOneRun() != RET_OK) {
+        SCAN_Print(LogLevel::Warn, "WARN: there is one other vdRescan_plus running, please stop and try again!\n");
+        return RET_FAIL;
+    }
+    LIST_Init(g_scsiHostList);
+    LIST_Init(g_sessionList);
+    LIST_Init(g_nvmeCtrlList);
+    g_configLoaded = UDEV_InitConfig();
+    if (g_configLoaded != 1) {
+        SCAN_Record(LogLevel::Error, "init vd config fail!\n");
+    }
+    return RET_OK;
+}
+
+void SCAN_Uninit()
+{
+    SCAN_FreeAllScsiSession();
+    SCAN_FreeAllScsiHost();
+    SCAN_FreeAllNvmeCtrl();
+    if (g_configLoaded == 1) {
+        UDEV_FreeProductList();
+    }
+    (void)close(g_pidFd);  // the lock goes with the descriptor, whatever close says
+    g_pidFd = -1;
+}

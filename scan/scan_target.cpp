@@ -1,0 +1,180 @@
+#include "scan_target.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "safestr_format.h"
+#include "safestr_memory.h"
+#include "safestr_scan.h"
+#include "safestr_string.h"
+#include "scan_print.h"
+#include "scan_state.h"
+#include "util_string.h"
+
+namespace {
+
+constexpr std::size_t kCommandSize = 256;
+constexpr const char *kFabricsPrefix = "/sys/devices/virtual/nvme-fabrics/ctl/";
+
+ScsiHost *SCAN_CreateScsiHost(std::int32_t hostNo, const char *path)
+{
+    auto *host = static_cast<ScsiHost *>(std::malloc(sizeof(ScsiHost)));
+    if (host == nullptr) {
+        SCAN_Record(LogLevel::Error, "malloc scsi host by num{%d} fail.\n", hostNo);
+        return nullptr;
+    }
+    (void)memset_s(host, sizeof *host, 0, sizeof *host);  // sizes are equal
+    LIST_Init(host->link);
+    // A path that is too long leaves the field empty: the host stays listed and its scan fails visibly.
+    (void)strncpy_s(host->sysPath, sizeof host->sysPath - 1, path, std::strlen(path));
+    host->hostNo = hostNo;
+    SCAN_Record(LogLevel::Info, "create scsi host{%d} finish.\n", hostNo);
+    return host;
+}
+
+void SCAN_HandUdevScsiHost(const char *path, udev_device * /*device*/)
+{
+    if (path == nullptr) {
+        return;
+    }
+    char buffer[kPathSize] = {};
+    (void)memcpy_s(buffer, sizeof buffer - 1, path, std::strlen(path));  // too long: left empty, so without a number
+    char *cursor = buffer;
+    const char *tail = buffer;
+    while (cursor != nullptr) {
+        tail = INTF_UTIL_StrSep(&cursor, "/scsi_host/host");
+    }
+    std::int32_t hostNo = 0;
+    if (sscanf_s(tail, "%d", &hostNo) != 1) {
+        SCAN_Record(LogLevel::Error, "get host num by scsi host path{%s} fail.\n", path);
+        return;
+    }
+    ScsiHost *host = SCAN_CreateScsiHost(hostNo, path);
+    if (host != nullptr) {
+        LIST_Append(host->link, g_scsiHostList);
+    }
+}
+
+ResultCode SCAN_CheckNvmeCtrlName(const char *name)
+{
+    constexpr char kPrefix[] = "nvme";
+    constexpr std::size_t kPrefixLength = sizeof kPrefix - 1;
+    if (std::strncmp(name, kPrefix, kPrefixLength) != 0) {
+        return RET_FAIL;
+    }
+    const char *digits = name + kPrefixLength;
+    return digits[std::strspn(digits, "0123456789")] == '\0' ? RET_OK : RET_FAIL;
+}
+
+NvmeCtrl *SCAN_CreateNvmeCtrl(const char *name)
+{
+    if (SCAN_CheckNvmeCtrlName(name) != RET_OK) {
+        SCAN_Record(LogLevel::Error, "get the ctrl{%s} is invalid.\n", name);
+        return nullptr;
+    }
+    OwnedMemory<NvmeCtrl> ctrl(static_cast<NvmeCtrl *>(std::malloc(sizeof(NvmeCtrl))));
+    if (ctrl == nullptr) {
+        SCAN_Record(LogLevel::Error, "%s.\n", "malloc nvme ctrl fail");
+        return nullptr;
+    }
+    (void)memset_s(ctrl.get(), sizeof *ctrl, 0, sizeof *ctrl);  // sizes are equal
+    LIST_Init(ctrl->link);
+    if (strncpy_s(ctrl->ctrlName, sizeof ctrl->ctrlName - 1, name, std::strlen(name)) != 0) {
+        SCAN_Record(LogLevel::Error, "strncpy_s ctrl failed by{%s}.\n", name);
+        return nullptr;
+    }
+    SCAN_Record(LogLevel::Info, "create nvme ctrl{%s} finish.\n", ctrl->ctrlName);
+    return ctrl.release();
+}
+
+void SCAN_HandUdevNvmeHost(const char *path, udev_device * /*device*/)
+{
+    if (path == nullptr) {
+        return;
+    }
+    char buffer[kPathSize] = {};
+    (void)memcpy_s(buffer, sizeof buffer - 1, path, std::strlen(path));  // too long: left empty, so without the prefix
+    char *name = buffer;
+    (void)INTF_UTIL_StrSep(&name, kFabricsPrefix);  // only what follows the prefix counts
+    if (name == nullptr) {
+        SCAN_Record(LogLevel::Error, "nvme strtok ctrl by path{%s} fail.\n", path);
+        return;
+    }
+    NvmeCtrl *ctrl = SCAN_CreateNvmeCtrl(name);
+    if (ctrl != nullptr) {
+        LIST_Append(ctrl->link, g_nvmeCtrlList);
+    }
+}
+
+void SCAN_ScanScsiHost(const ScsiHost &host)
+{
+    SCAN_Print(LogLevel::Info, "    scan host%d ", host.hostNo);
+    constexpr char kWildcards[] = "- - -";  // every channel, target and LUN
+    if (INTF_UTIL_Write(host.sysPath, "scan", kWildcards, sizeof kWildcards - 1) < 1) {
+        SCAN_Print(LogLevel::Error, "fail.\n");
+        return;
+    }
+    SCAN_Print(LogLevel::Info, "success.\n");
+}
+
+void SCAN_ScanAllScsiHost()
+{
+    SCAN_Print(LogLevel::Info, "start scan scsi host......\n");
+    for (const ScsiHost &host : LIST_Range<ScsiHost>(g_scsiHostList)) {
+        SCAN_ScanScsiHost(host);
+    }
+    SCAN_Print(LogLevel::Info, "end scan scsi host.\n");
+}
+
+void SCAN_ScanNvmeCtrl(const NvmeCtrl &ctrl)
+{
+    char command[kCommandSize] = {};
+    SCAN_Print(LogLevel::Info, "    scan %s ", ctrl.ctrlName);
+    if (sprintf_s(command, sizeof command - 1, "nvme ns-rescan /dev/%s > /dev/null 2>&1", ctrl.ctrlName) == -1) {
+        SCAN_Record(LogLevel::Error, "sprintf_s the nvme rescan commad failed.\n");
+        SCAN_Print(LogLevel::Error, "fail.\n");
+        return;
+    }
+    if (std::system(command) != 0) {
+        SCAN_Print(LogLevel::Error, "fail.\n");
+        return;
+    }
+    SCAN_Print(LogLevel::Info, "success.\n");
+}
+
+void SCAN_ScanAllNvmeCtrl()
+{
+    SCAN_Print(LogLevel::Info, "start scan nvme ctrl......\n");
+    for (const NvmeCtrl &ctrl : LIST_Range<NvmeCtrl>(g_nvmeCtrlList)) {
+        SCAN_ScanNvmeCtrl(ctrl);
+    }
+    SCAN_Print(LogLevel::Info, "end scan nvme ctrl.\n");
+}
+
+}  // namespace
+
+void SCAN_GetAllScanTargets()
+{
+    if (INTF_UTIL_UdevGetDevice("scsi_host", SCAN_HandUdevScsiHost) != RET_OK) {
+        SCAN_Print(LogLevel::Error, "ERROR: get scsi host fail by udev.\n");
+    }
+    if (INTF_UTIL_UdevGetDevice("nvme", SCAN_HandUdevNvmeHost) != RET_OK) {
+        SCAN_Print(LogLevel::Error, "ERROR: get nvme ctrl fail by udev.\n");
+    }
+}
+
+void SCAN_ScanAllTargets()
+{
+    SCAN_ScanAllScsiHost();
+    SCAN_ScanAllNvmeCtrl();
+}
+
+void SCAN_FreeAllScsiHost()
+{
+    LIST_Free<ScsiHost>(g_scsiHostList);
+}
+
+void SCAN_FreeAllNvmeCtrl()
+{
+    LIST_Free<NvmeCtrl>(g_nvmeCtrlList);
+}

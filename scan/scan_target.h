@@ -1,0 +1,31 @@
+// SCSI hosts and NVMe over Fabrics controllers: their lists and their rescan.
+#pragma once
+
+#include <cstdint>
+
+#include "mpi_usr_if.h"
+#include "util_sysfs.h"
+#include "util_udev.h"
+
+inline constexpr std::size_t kCtrlNameSize = 64;  // bytes of a controller name, the terminator included
+
+struct ScsiHost {
+    ListNode link;
+    std::int32_t hostNo;
+    char sysPath[kPathSize];  // the host's scsi_host class directory, at most 254 characters
+};
+
+struct NvmeCtrl {
+    ListNode link;
+    char ctrlName[kCtrlNameSize];  // "nvme" and decimal digits, at most 62 characters
+};
+
+// Fills g_scsiHostList and g_nvmeCtrlList through udev; a subsystem that fails is printed.
+void SCAN_GetAllScanTargets();
+
+// Rescans every SCSI host, then every NVMe over Fabrics controller, with one line for each.
+void SCAN_ScanAllTargets();
+
+// Free every record of their list, which is empty afterwards.
+void SCAN_FreeAllScsiHost();
+void SCAN_FreeAllNvmeCtrl();
