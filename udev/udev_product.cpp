@@ -5,12 +5,12 @@
 #include <cstring>
 
 #include "log_syslog.h"
-#include "mpi_owner.h"
 #include "safestr_format.h"
 #include "safestr_memory.h"
 #include "safestr_scan.h"
 #include "safestr_string.h"
 #include "udev_line.h"
+#include "udev_reader.h"
 
 ListNode g_productList = {&g_productList, &g_productList};
 
@@ -195,12 +195,11 @@ std::uint8_t UDEV_InitConfig()
     std::int32_t bufferIndex = 0;
     char buffer[kConfigLineSize] = {};
     LIST_Init(g_productList);
-    const OwnedFile file(std::fopen(kConfigPath, "rb+"));
+    const OwnedFile file = UDEV_OpenConfigFile(kConfigPath);
     if (file == nullptr) {
         LOG_PrintUdev(LogLevel::Error, "open file failed.");
         return 0;
     }
-    (void)std::fseek(file.get(), 0, SEEK_SET);  // a file that cannot seek is read from where it stands
     for (int c = std::fgetc(file.get()); c != EOF; c = std::fgetc(file.get())) {
         if (c == '\\') {
             lineFlag = 1;
