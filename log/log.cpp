@@ -18,9 +18,10 @@ constexpr unsigned int kRecordKind = 0;
 constexpr std::size_t kTimeSize = 40;
 
 constexpr std::array<const char *, 34> kModuleNames = {
-    "MPI", "BAL", "KLS", "KCF", "USI", "LPM", "VDS", "LBS", "PIA", "PIA_BASE", "DISK", "VHBA",
-    "VHBA_BASE", "VHBA_EXT", "VLM", "SHEL", "SHEL_BASE", "SHEL_EXT", "UIA", "UIL", "CLI", "GUI", "UDEV", "SCAN",
-    "DETACH", "REG", "INST", "OUC", "AGT", "EVENT", "PCM", "REF", "HOM_EXT", "HOM_BASE"};
+    "MPI",      "BAL",  "KLS",   "KCF",       "USI",      "LPM",     "VDS",     "LBS",       "PIA",
+    "PIA_BASE", "DISK", "VHBA",  "VHBA_BASE", "VHBA_EXT", "VLM",     "SHEL",    "SHEL_BASE", "SHEL_EXT",
+    "UIA",      "UIL",  "CLI",   "GUI",       "UDEV",     "SCAN",    "DETACH",  "REG",       "INST",
+    "OUC",      "AGT",  "EVENT", "PCM",       "REF",      "HOM_EXT", "HOM_BASE"};
 
 constexpr std::array<const char *, 5> kLevelNames = {"DEBUG", "INFO", "WARN", "ERROR", "FATAL"};
 

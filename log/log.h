@@ -22,8 +22,8 @@ enum class LogLevel : std::uint32_t { Debug = 0, Info = 1, Warn = 2, Error = 3, 
 inline constexpr std::size_t kLogPathSize = 256;  // bytes of a trace file path, the terminator included
 
 struct LogContext {
-    ModuleId moduleId;       // module of the record being written
-    std::int32_t sequence;   // number of the next record; 0 until LOG_Init
+    ModuleId moduleId;      // module of the record being written
+    std::int32_t sequence;  // number of the next record; 0 until LOG_Init
     char path[kLogPathSize];
 };
 
@@ -40,9 +40,8 @@ void LOG_WriteRecord(ModuleId module, LogLevel level, const char *function, int 
 void LOG_WriteRecordList(ModuleId module, LogLevel level, const char *function, int line, const char *format,
                          va_list list) __attribute__((format(printf, 5, 0)));
 
-// Records a message with the place of the statement itself.
-#define LOG_Print(module, level, format, ...) \
-    LOG_WriteRecord(module, level, __func__, __LINE__, format __VA_OPT__(, ) __VA_ARGS__)
+// Records a message, its format and arguments, with the place of the statement itself.
+#define LOG_Print(module, level, ...) LOG_WriteRecord(module, level, __func__, __LINE__, __VA_ARGS__)
 
 // Writes the assertion record, always to the trace file, for the condition with the text `expression`; returns false.
 [[nodiscard]] bool LOG_AssertionFailed(const char *function, int line, const char *expression);

@@ -12,11 +12,11 @@ void LOG_ClearSyslog();
 void LOG_Syslog(const char *format, ...) __attribute__((format(printf, 1, 2)));
 
 // Message of a configuration or utility operation: a trace record, or a syslog message where that is switched on.
-#define LOG_PrintUdev(level, format, ...)                                                    \
-    do {                                                                                     \
-        if (LOG_IsSyslog() == 1) {                                                           \
-            LOG_Syslog(format __VA_OPT__(, ) __VA_ARGS__);                                   \
-        } else {                                                                             \
-            LOG_Print(ModuleId::Udev, level, format __VA_OPT__(, ) __VA_ARGS__);             \
-        }                                                                                    \
+#define LOG_PrintUdev(level, ...)                          \
+    do {                                                   \
+        if (LOG_IsSyslog() == 1) {                         \
+            LOG_Syslog(__VA_ARGS__);                       \
+        } else {                                           \
+            LOG_Print(ModuleId::Udev, level, __VA_ARGS__); \
+        }                                                  \
     } while (0)

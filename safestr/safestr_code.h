@@ -10,11 +10,11 @@
 inline constexpr std::size_t kMaxBufferSize = 0x7fffffff;  // largest size in bytes that a destination may have
 
 inline constexpr int kSafeOk = 0;
-inline constexpr int kSafeNullDest = 22;        // EINVAL: the destination is null; nothing is written
-inline constexpr int kSafeBadSize = 34;         // ERANGE: the destination size is 0 or above kMaxBufferSize; nothing is written
-inline constexpr int kSafeInvalidReset = 150;   // 22 + 128: null source or unterminated destination; destination reset
-inline constexpr int kSafeRangeReset = 162;     // 34 + 128: the result does not fit; destination reset
-inline constexpr int kSafeOverlapReset = 182;   // 54 + 128: source and destination overlap; destination reset
+inline constexpr int kSafeNullDest = 22;       // EINVAL: the destination is null; nothing is written
+inline constexpr int kSafeBadSize = 34;        // ERANGE: destination size 0 or above kMaxBufferSize; nothing is written
+inline constexpr int kSafeInvalidReset = 150;  // 22 + 128: null source or unterminated destination; destination reset
+inline constexpr int kSafeRangeReset = 162;    // 34 + 128: the result does not fit; destination reset
+inline constexpr int kSafeOverlapReset = 182;  // 54 + 128: source and destination overlap; destination reset
 
 [[nodiscard]] constexpr bool SAFE_IsValidSize(std::size_t size)
 {

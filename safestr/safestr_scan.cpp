@@ -71,7 +71,8 @@ Directive TakeDirective(std::string_view &rest)
     Directive directive{};
     directive.suppressed = !TakeAny(rest, "*", 1).empty();
     directive.width = TakeAny(rest, "0123456789");
-    directive.length = rest.starts_with("hh") || rest.starts_with("ll") ? rest.substr(0, 2) : TakeAny(rest, "hljztL", 1);
+    directive.length =
+        rest.starts_with("hh") || rest.starts_with("ll") ? rest.substr(0, 2) : TakeAny(rest, "hljztL", 1);
     if (directive.length.size() == 2) {
         rest.remove_prefix(2);
     }
@@ -115,10 +116,12 @@ Outcome Convert(Scan &scan, const Directive &directive, std::string_view length,
     return Outcome::Matched;
 }
 
-// Stores `value` as a `Number` into the next argument; false when it does not fit.
-template <typename Number, typename Value>
+// Stores `value` into the next argument as `Signed`, or as its unsigned twin for an unsigned `value`; false when it
+// does not fit.
+template <typename Signed, typename Value>
 bool StoreAs(Arguments &args, bool suppressed, Value value)
 {
+    using Number = std::conditional_t<std::is_signed_v<Value>, Signed, std::make_unsigned_t<Signed>>;
     Number *dest = suppressed ? nullptr : va_arg(args.list, Number *);
     if (!std::in_range<Number>(value)) {
         return false;
@@ -129,29 +132,24 @@ bool StoreAs(Arguments &args, bool suppressed, Value value)
     return true;
 }
 
-// Stores `value` as the integer type that the length modifier names, signed like `Value`.
+// Stores `value` as the integer type that the length modifier names.
 template <typename Value>
 bool StoreInteger(Arguments &args, const Directive &directive, Value value)
 {
-    constexpr bool isSigned = std::is_signed_v<Value>;
-    const auto store = [&]<typename Signed>(Signed /*type*/) {
-        using Number = std::conditional_t<isSigned, Signed, std::make_unsigned_t<Signed>>;
-        return StoreAs<Number>(args, directive.suppressed, value);
-    };
     if (directive.length == "hh") {
-        return store(static_cast<signed char>(0));
+        return StoreAs<signed char>(args, directive.suppressed, value);
     }
     if (directive.length == "h") {
-        return store(static_cast<short>(0));
+        return StoreAs<short>(args, directive.suppressed, value);
     }
     if (directive.length.empty()) {
-        return store(0);
+        return StoreAs<int>(args, directive.suppressed, value);
     }
     if (directive.length == "ll") {
-        return store(0LL);
+        return StoreAs<long long>(args, directive.suppressed, value);
     }
     static_assert(sizeof(long) == sizeof(std::intmax_t) && sizeof(long) == sizeof(std::ptrdiff_t));
-    return store(0L);  // l, j, z and t
+    return StoreAs<long>(args, directive.suppressed, value);  // l, j, z and t
 }
 
 template <typename Value>

@@ -122,8 +122,8 @@ void SCAN_DeleteChangeDisk()
     SCAN_Print(LogLevel::Info, "delete all map view changed scsi disk:\n");
     for (ScsiSession &session : LIST_Range<ScsiSession>(g_sessionList)) {
         for (const ScsiDisk &disk : LIST_Range<ScsiDisk>(session.disks)) {
-            const bool isStale = session.state == kSessionNotConnected || disk.state == kDiskChanged ||
-                                 disk.state == kDiskRemoved;
+            const bool isStale =
+                session.state == kSessionNotConnected || disk.state == kDiskChanged || disk.state == kDiskRemoved;
             if (!isStale) {
                 continue;
             }

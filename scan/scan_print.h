@@ -4,11 +4,10 @@
 #include "log.h"
 
 // Message for the operator: printed on standard output and flushed, then recorded with the identical text.
-#define SCAN_Print(level, format, ...) \
-    SCAN_PrintMessage(level, __func__, __LINE__, format __VA_OPT__(, ) __VA_ARGS__)
+#define SCAN_Print(level, ...) SCAN_PrintMessage(level, __func__, __LINE__, __VA_ARGS__)
 
 // Message for the trace log alone.
-#define SCAN_Record(level, format, ...) LOG_Print(ModuleId::Scan, level, format __VA_OPT__(, ) __VA_ARGS__)
+#define SCAN_Record(level, ...) LOG_Print(ModuleId::Scan, level, __VA_ARGS__)
 
 void SCAN_PrintMessage(LogLevel level, const char *function, int line, const char *format, ...)
     __attribute__((format(printf, 4, 5)));

@@ -14,11 +14,11 @@ namespace {
 
 constexpr std::uint8_t kOpReportLuns = 0xA0;
 constexpr std::size_t kCommandSize = 12;
-constexpr std::uint32_t kHeaderSize = 8;            // LUN LIST LENGTH and a reserved field
+constexpr std::uint32_t kHeaderSize = 8;  // LUN LIST LENGTH and a reserved field
 constexpr std::uint32_t kEntrySize = 8;
-constexpr std::uint32_t kFirstListLength = 4088;    // 511 entries
+constexpr std::uint32_t kFirstListLength = 4088;     // 511 entries
 constexpr std::uint32_t kMaxListLength = 16u << 20;  // a target that claims more is not believed
-constexpr int kMaxGrowths = 8;                      // nor one whose list never stops growing
+constexpr int kMaxGrowths = 8;                       // nor one whose list never stops growing
 
 constexpr std::size_t kLunTextSize = 256;
 constexpr std::size_t kLunTextLimit = 127;  // bytes of a record's text, the terminator included
@@ -27,7 +27,7 @@ constexpr std::size_t kLunTextLimit = 127;  // bytes of a record's text, the ter
 std::uint64_t LunOfEntry(const std::uint8_t *entry)
 {
     std::uint64_t lun = 0;
-    for (unsigned int level = 0; level < 4; ++level) {
+    for (std::size_t level = 0; level < 4; ++level) {
         lun |= static_cast<std::uint64_t>(SCAN_ReadBe16(entry + 2 * level)) << (16 * level);
     }
     return lun;
@@ -47,8 +47,8 @@ void SCAN_PrintLunIds(const ScsiSession &session, const std::uint64_t *lunList, 
     char text[kLunTextSize] = {};
     std::size_t length = 0;
     for (std::uint32_t i = 0; i < lunCount;) {
-        const int added = sprintf_s(text + length, kLunTextLimit - length, "%llu,",
-                                    static_cast<unsigned long long>(lunList[i]));
+        const int added =
+            sprintf_s(text + length, kLunTextLimit - length, "%llu,", static_cast<unsigned long long>(lunList[i]));
         if (added == -1) {
             SCAN_Record(LogLevel::Info, "%s\n", text);
             (void)memset_s(text, sizeof text, 0, sizeof text);  // sizes are equal
@@ -64,8 +64,8 @@ void SCAN_PrintLunIds(const ScsiSession &session, const std::uint64_t *lunList, 
 ResultCode SCAN_IssueReportLun(int fd, std::uint8_t *buffer, std::uint32_t length)
 {
     const std::uint8_t command[kCommandSize] = {
-        kOpReportLuns,          0, 0, 0, 0, 0, SCAN_ByteOf(length, 3), SCAN_ByteOf(length, 2),
-        SCAN_ByteOf(length, 1), SCAN_ByteOf(length, 0), 0, 0};
+        kOpReportLuns,          0, 0, 0, 0, 0, SCAN_ByteOf(length, 3), SCAN_ByteOf(length, 2), SCAN_ByteOf(length, 1),
+        SCAN_ByteOf(length, 0), 0, 0};
     const SgResult result = SCAN_SendCommand(fd, command, {buffer, length});
     if (result.ioctlResult != 0) {
         SCAN_Record(LogLevel::Error, "iusse report lun ioctl fail{%d}!\n", result.ioctlResult);

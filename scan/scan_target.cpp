@@ -38,7 +38,8 @@ void SCAN_HandUdevScsiHost(const char *path, udev_device * /*device*/)
         return;
     }
     char buffer[kPathSize] = {};
-    (void)memcpy_s(buffer, sizeof buffer - 1, path, std::strlen(path));  // too long: left empty, so without a number
+    // A path that is too long leaves the buffer empty, so without a number.
+    (void)memcpy_s(buffer, sizeof buffer - 1, path, std::strlen(path));  // NOLINT: ends in the buffer's own zeros
     char *cursor = buffer;
     const char *tail = buffer;
     while (cursor != nullptr) {
@@ -93,7 +94,8 @@ void SCAN_HandUdevNvmeHost(const char *path, udev_device * /*device*/)
         return;
     }
     char buffer[kPathSize] = {};
-    (void)memcpy_s(buffer, sizeof buffer - 1, path, std::strlen(path));  // too long: left empty, so without the prefix
+    // A path that is too long leaves the buffer empty, so without the prefix.
+    (void)memcpy_s(buffer, sizeof buffer - 1, path, std::strlen(path));  // NOLINT: ends in the buffer's own zeros
     char *name = buffer;
     (void)INTF_UTIL_StrSep(&name, kFabricsPrefix);  // only what follows the prefix counts
     if (name == nullptr) {
@@ -135,7 +137,7 @@ void SCAN_ScanNvmeCtrl(const NvmeCtrl &ctrl)
         SCAN_Print(LogLevel::Error, "fail.\n");
         return;
     }
-    if (std::system(command) != 0) {
+    if (std::system(command) != 0) {  // NOLINT: the name is "nvme" and digits, nothing for the shell to interpret
         SCAN_Print(LogLevel::Error, "fail.\n");
         return;
     }

@@ -61,7 +61,9 @@ std::uint8_t UDEV_MatchProductStr(const char *vendor, const char *product, const
         }
         UDEV_ClearTailSpace(wanted, sizeof wanted);
     }
-    return std::strcmp(productNode->vendor_id, vendor) == 0 && std::strcmp(productNode->product_id, wanted) == 0 ? 1 : 0;
+    const bool matches =
+        std::strcmp(productNode->vendor_id, vendor) == 0 && std::strcmp(productNode->product_id, wanted) == 0;
+    return matches ? 1 : 0;
 }
 
 std::uint8_t UDEV_DeviceIsSupport(const char *vendor, const char *product)

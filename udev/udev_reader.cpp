@@ -7,8 +7,8 @@
 
 namespace {
 
-constexpr std::int32_t kMaxLineLength = 510;                // characters of a line that is handed on
-constexpr std::int32_t kLineTooLong = kMaxLineLength + 2;   // the number that the message gives
+constexpr std::int32_t kMaxLineLength = 510;               // characters of a line that is handed on
+constexpr std::int32_t kLineTooLong = kMaxLineLength + 2;  // the number that the message gives
 constexpr std::size_t kLineSize = 513;
 
 }  // namespace

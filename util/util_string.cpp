@@ -47,12 +47,13 @@ ResultCode INTF_UTIL_BytesToHexStr(const std::uint8_t *source, std::uint32_t sou
         return RET_INVALID_PARAM;
     }
     // In 64 bits: twice a length of 2 GiB or more must not wrap into a size that seems to fit.
-    if (destSize <= 2ULL * sourceLength) {
+    const std::size_t textLength = std::size_t{2} * sourceLength;
+    if (destSize <= textLength) {
         return RET_INVALID_PARAM;
     }
-    for (std::uint32_t i = 0; i < sourceLength; ++i) {
+    for (std::size_t i = 0; i < sourceLength; ++i) {
         (void)snprintf_s(dest + 2 * i, destSize - 2 * i, 3, "%02x", source[i]);  // two digits fit: checked above
     }
-    dest[2 * sourceLength] = '\0';
+    dest[textLength] = '\0';
     return RET_OK;
 }

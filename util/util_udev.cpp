@@ -54,7 +54,8 @@ ResultCode INTF_UTIL_UdevGetDevice(const char *subsystem, UdevDeviceHandler hand
     }
     int result = udev_enumerate_add_match_subsystem(enumeration.get(), subsystem);
     if (result != 0) {
-        LOG_PrintUdev(LogLevel::Error, "udev enumerate add match subsystem{%s} fail with ret{%d}.\n", subsystem, result);
+        LOG_PrintUdev(LogLevel::Error, "udev enumerate add match subsystem{%s} fail with ret{%d}.\n", subsystem,
+                      result);
         return RET_FAIL;
     }
     result = udev_enumerate_scan_devices(enumeration.get());

@@ -97,7 +97,7 @@ private:
     ListNode *head_;
 };
 
-// Empties the list `head`: each record is unlinked, its link pointed at itself, and handed to `release`, which frees it.
+// Empties the list `head`: each record is unlinked, its link pointed at itself, and handed to `release` to be freed.
 template <typename Record, typename Release = MemoryReleaser>
 void LIST_Free(ListNode &head, Release release = {})
 {
