@@ -110,7 +110,7 @@ ResultCode SCAN_ParseReportLunids(ScsiSession &session, const std::uint8_t *entr
 
 ResultCode SCAN_ReportLun(ScsiSession &session, const char *path)
 {
-    const OwnedFd fd(SCAN_OpenNode(path));
+    OwnedFd fd(SCAN_OpenNode(path));
     if (!fd.IsOpen()) {
         SCAN_Record(LogLevel::Error, "open file{%s} fail!\n", path);
         return RET_OPEN_FAIL;
@@ -122,10 +122,10 @@ ResultCode SCAN_ReportLun(ScsiSession &session, const char *path)
         buffer.reset();  // the old buffer is given back before a larger one is taken
         buffer.reset(static_cast<std::uint8_t *>(std::malloc(size)));
         if (buffer == nullptr) {
+            fd.Close();
             SCAN_Record(LogLevel::Error, "malloc length{%u} buffer fail!\n", size);
             return RET_NO_MEMORY;
         }
-        (void)memset_s(buffer.get(), size, 0, size);  // sizes are equal
         const ResultCode result = SCAN_IssueReportLun(fd.Get(), buffer.get(), size);
         if (result != RET_OK) {
             return result;

@@ -35,6 +35,8 @@ SgResult SCAN_SendCommand(int fd, std::span<const std::uint8_t> command, std::sp
     header.timeout = kTimeoutMs;
     SgResult result{};
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
+        // What a failed attempt left in the buffer must not stand in for what a later one does not send.
+        (void)memset_s(response.data(), response.size(), 0, response.size());  // sizes are equal
         result.ioctlResult = ioctl(fd, SG_IO, &header);
         result.status = header.status;
         result.hostStatus = header.host_status;

@@ -20,11 +20,12 @@ struct SgResult {
 };
 
 // Sends the command block `command` through the open generic node `fd` and reads its answer into `response`. The
-// command is tried up to three times, each for at most 10 seconds, until an attempt is good.
+// command is tried up to three times, each for at most 10 seconds, until an attempt is good. What the device does not
+// send reads as zero.
 [[nodiscard]] SgResult SCAN_SendCommand(int fd, std::span<const std::uint8_t> command,
                                         std::span<std::uint8_t> response);
 
-// Opens the generic node `path` for commands; -1 when it cannot be opened.
+// Opens the generic node `path`, not null, for commands; -1 when it cannot be opened.
 [[nodiscard]] int SCAN_OpenNode(const char *path);
 
 // Big-endian fields of SCSI command blocks and answers (SPC-5, 3.5).

@@ -3,7 +3,6 @@
 #include <cstdlib>
 
 #include "mpi_owner.h"
-#include "safestr_memory.h"
 #include "scan_print.h"
 #include "scan_sgio.h"
 #include "util_string.h"
@@ -63,18 +62,17 @@ ResultCode SCAN_ParseDiskWwn(ScsiDisk &disk, const std::uint8_t *descriptor, std
 
 ResultCode SCAN_GetDiskWwn(ScsiDisk &disk)
 {
-    const OwnedFd fd(SCAN_OpenNode(disk.sgName));
+    OwnedFd fd(SCAN_OpenNode(disk.sgName));
     if (!fd.IsOpen()) {
         SCAN_Record(LogLevel::Error, "open file{%s} fail!\n", disk.sgName);
         return RET_OPEN_FAIL;
     }
     const OwnedMemory<std::uint8_t> buffer(static_cast<std::uint8_t *>(std::malloc(kResponseSize)));
     if (buffer == nullptr) {
+        fd.Close();
         SCAN_Record(LogLevel::Error, "malloc length{%u} buffer fail!\n", kResponseSize);
         return RET_NO_MEMORY;
     }
-    // What the device does not send reads as zero, not as an earlier disk's page.
-    (void)memset_s(buffer.get(), kResponseSize, 0, kResponseSize);
     const ResultCode result = SCAN_IusseInquiry0x83(fd.Get(), buffer.get(), kResponseSize);
     if (result != RET_OK) {
         return result;

@@ -27,10 +27,12 @@ public:
     explicit OwnedFd(int fd) : fd_(fd) {}
     OwnedFd(const OwnedFd &) = delete;
     OwnedFd &operator=(const OwnedFd &) = delete;
-    ~OwnedFd()
+    ~OwnedFd() { Close(); }
+    void Close()
     {
         if (fd_ >= 0) {
             (void)close(fd_);  // device files write at once: nothing can be lost here
+            fd_ = -1;
         }
     }
     [[nodiscard]] int Get() const { return fd_; }
