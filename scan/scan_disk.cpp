@@ -58,7 +58,9 @@ ResultCode SCAN_GetScsiDiskSgName(ScsiDisk &disk)
         SCAN_Record(LogLevel::Error, "structure full name fail with path{%s}.\n", disk.devPath);
         return RET_FAIL;
     }
-    if (readlink(path, link, sizeof link - 1) < 0) {
+    const ssize_t linkLength = readlink(path, link, sizeof link - 1);
+    // A link that fills the buffer may be cut, and its rest may then name another disk's node.
+    if (linkLength < 0 || linkLength == sizeof link - 1) {
         SCAN_Record(LogLevel::Error, "full name{%s} read link fail.\n", path);
         return RET_FAIL;
     }
