@@ -6,7 +6,7 @@ void SCAN_PrintMessage(LogLevel level, const char *function, int line, const cha
 {
     va_list list;
     va_start(list, format);
-    // Standard output may be closed; the record is written all the same.
+    // Nobody may read the output any more; the record is written all the same.
     (void)std::vprintf(format, list);
     (void)std::fflush(stdout);
     va_end(list);

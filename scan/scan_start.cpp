@@ -1,6 +1,9 @@
 #include "scan_start.h"
 
+#include <fcntl.h>
 #include <unistd.h>
+
+#include <csignal>
 
 #include "log_path.h"
 #include "scan_disk.h"
@@ -10,8 +13,27 @@
 #include "scan_target.h"
 #include "udev_product.h"
 
+namespace {
+
+// A reader of the output that goes away must not end a run between two deletions, and a standard stream that the caller
+// closed must not become the pid file.
+void HoldStandardStreams()
+{
+    (void)std::signal(SIGPIPE, SIG_IGN);  // cannot fail for this signal
+    int fd = 0;
+    do {
+        fd = open("/dev/null", O_RDWR | O_CLOEXEC);
+    } while (fd >= 0 && fd <= STDERR_FILENO);
+    if (fd > STDERR_FILENO) {
+        (void)close(fd);  // nothing was written
+    }
+}
+
+}  // namespace
+
 ResultCode SCAN_Init()
 {
+    HoldStandardStreams();
     if (SCAN_InitLog() != RET_OK) {
         return RET_FAIL;
     }
