@@ -28,7 +28,20 @@ constexpr std::array<const char *, 5> kLevelNames = {"DEBUG", "INFO", "WARN", "E
 static_assert(std::string_view(kModuleNames[static_cast<std::size_t>(ModuleId::Udev)]) == "UDEV" &&
               std::string_view(kModuleNames[static_cast<std::size_t>(ModuleId::Scan)]) == "SCAN");
 
+struct LogContext {
+    ModuleId moduleId;      // module of the record being written
+    std::int32_t sequence;  // number of the next record; 0 until LOG_Init
+    char path[kLogPathSize];
+};
+
 LogContext g_logContext;
+
+// The context, with `module` as the module of the record to come.
+LogContext *LOG_GetContext(ModuleId module)
+{
+    g_logContext.moduleId = module;
+    return &g_logContext;
+}
 
 // Formats the local time; `text` stays empty when there is none.
 void FormatNow(char (&text)[kTimeSize])
@@ -50,17 +63,11 @@ ResultCode LOG_Init(const char *path)
 {
     const int result = strncpy_s(g_logContext.path, sizeof g_logContext.path, path, std::strlen(path));
     if (result != 0) {
-        (void)std::printf("init log fail with err{%s}!\n", std::strerror(result));
+        (void)std::printf("init log fail with err{%s}!\n", std::strerror(result));  // nowhere else to tell it
         return RET_FAIL;
     }
     g_logContext.sequence = 1;
     return RET_OK;
-}
-
-LogContext *LOG_GetContext(ModuleId module)
-{
-    g_logContext.moduleId = module;
-    return &g_logContext;
 }
 
 void LOG_WriteRecordList(ModuleId module, LogLevel level, const char *function, int line, const char *format,
@@ -78,6 +85,7 @@ void LOG_WriteRecordList(ModuleId module, LogLevel level, const char *function, 
     const std::int32_t sequence = context->sequence++;
     // Both parts go through the stream's buffer and reach the file in one write, so that records of two processes stay
     // whole lines.
+    // What cannot be written is dropped.
     (void)std::fprintf(file.get(), "[%d][%s][%08x%02x%02x%04x][%-4s][%-6s][%s: %d]", sequence, time, kRecordMark,
                        moduleIndex, kRecordKind, static_cast<unsigned int>(line),
                        kLevelNames[static_cast<std::size_t>(level)], moduleName, function, line);

@@ -21,18 +21,9 @@ enum class LogLevel : std::uint32_t { Debug = 0, Info = 1, Warn = 2, Error = 3, 
 
 inline constexpr std::size_t kLogPathSize = 256;  // bytes of a trace file path, the terminator included
 
-struct LogContext {
-    ModuleId moduleId;      // module of the record being written
-    std::int32_t sequence;  // number of the next record; 0 until LOG_Init
-    char path[kLogPathSize];
-};
-
-// Stores `path`, the full path of the trace file, and starts the sequence at 1. The file is not opened here.
-// Returns RET_OK, or RET_FAIL after a line on standard output when the path does not fit 255 characters.
+// Stores `path`, the full path of the trace file and not null, and starts the sequence at 1. The file is not opened
+// here. Returns RET_OK, or RET_FAIL after a line on standard output when the path does not fit 255 characters.
 [[nodiscard]] ResultCode LOG_Init(const char *path);
-
-// Stores `module` in the context as the module of the record to come; the result is never null.
-[[nodiscard]] LogContext *LOG_GetContext(ModuleId module);
 
 // Appends one record with the place `function` and `line`; the message carries its own line end, if it has one.
 void LOG_WriteRecord(ModuleId module, LogLevel level, const char *function, int line, const char *format, ...)

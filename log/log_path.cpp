@@ -40,12 +40,14 @@ ResultCode SCAN_InitLog()
     char path[kLogPathSize] = {};
     const char *file = GetFilePathByType(DirectoryKind::Log, "vd_rescan_log.txt");
     if (file == nullptr) {
+        // There is nowhere else to tell it.
         (void)std::printf("Get SCAN trace log file failed.\n");
         (void)std::fflush(stdout);
         return RET_FAIL;
     }
     const int result = strcpy_s(path, sizeof path, file);
     if (result != 0) {
+        // There is nowhere else to tell it.
         (void)std::printf("init log path name fail with err{%s}!\n", std::strerror(result));
         return RET_FAIL;
     }

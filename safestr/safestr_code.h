@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 
 inline constexpr std::size_t kMaxBufferSize = 0x7fffffff;  // largest size in bytes that a destination may have
 
@@ -22,4 +23,9 @@ inline constexpr int kSafeOverlapReset = 182;  // 54 + 128: source and destinati
 }
 
 // True when `count` bytes at `left` and `count` bytes at `right` share a byte.
-[[nodiscard]] bool SAFE_Overlaps(const void *left, const void *right, std::size_t count);
+[[nodiscard]] inline bool SAFE_Overlaps(const void *left, const void *right, std::size_t count)
+{
+    const auto a = reinterpret_cast<std::uintptr_t>(left);
+    const auto b = reinterpret_cast<std::uintptr_t>(right);
+    return a < b ? b - a < count : a - b < count;
+}

@@ -1,14 +1,6 @@
 #include "safestr_memory.h"
 
-#include <cstdint>
 #include <cstring>
-
-bool SAFE_Overlaps(const void *left, const void *right, std::size_t count)
-{
-    const auto a = reinterpret_cast<std::uintptr_t>(left);
-    const auto b = reinterpret_cast<std::uintptr_t>(right);
-    return a < b ? b - a < count : a - b < count;
-}
 
 int memcpy_s(void *dest, std::size_t destMax, const void *src, std::size_t count)
 {

@@ -94,13 +94,10 @@ template <typename Value>
 Outcome Convert(Scan &scan, const Directive &directive, std::string_view length, Value *value, bool &overflow)
 {
     std::array<char, kDirectiveSize> format{};
-    const auto print = [&format](const char *suppress, std::string_view width, std::string_view size,
-                                 std::string_view kind) {
-        return std::snprintf(format.data(), format.size(), "%%%s%.*s%.*s%.*s%%n", suppress,
-                             static_cast<int>(width.size()), width.data(), static_cast<int>(size.size()), size.data(),
-                             static_cast<int>(kind.size()), kind.data());
-    };
-    const int written = print(value == nullptr ? "*" : "", directive.width, length, directive.conversion);
+    const auto sizeOf = [](std::string_view text) { return static_cast<int>(text.size()); };
+    const int written = std::snprintf(format.data(), format.size(), "%%%s%.*s%.*s%.*s%%n", value == nullptr ? "*" : "",
+                                      sizeOf(directive.width), directive.width.data(), sizeOf(length), length.data(),
+                                      sizeOf(directive.conversion), directive.conversion.data());
     if (written < 0 || static_cast<std::size_t>(written) >= format.size()) {
         return Outcome::MatchingFailure;
     }

@@ -6,19 +6,19 @@
 
 // Copies the text `src` with its terminator into the `destMax` bytes at `dest`.
 // Returns 0, 22, 34, 150 (null `src`), 162 (`src` has no terminator within `destMax` bytes) or 182 (overlap).
-int strcpy_s(char *dest, std::size_t destMax, const char *src);
+[[nodiscard]] int strcpy_s(char *dest, std::size_t destMax, const char *src);
 
 // Appends the text `src` to the text in the `destMax` bytes at `dest`.
 // Returns 0, 22, 34, 150 (null `src`, or `dest` holds no terminator), 162 (the result does not fit, or `dest` is
 // `src`) or 182 (overlap).
-int strcat_s(char *dest, std::size_t destMax, const char *src);
+[[nodiscard]] int strcat_s(char *dest, std::size_t destMax, const char *src);
 
 // Copies at most `count` characters of `src` into the `destMax` bytes at `dest` and terminates them.
 // A text longer than `count` is cut without an error where `destMax` is above `count`.
 // Returns 0, 22, 34, 150 (null `src`), 162 (`count` above kMaxBufferSize, or the text does not fit) or 182 (overlap).
-int strncpy_s(char *dest, std::size_t destMax, const char *src, std::size_t count);
+[[nodiscard]] int strncpy_s(char *dest, std::size_t destMax, const char *src, std::size_t count);
 
 // Returns the next token of `string`, or of `*context` where `string` is null, and null when none is left; the
 // delimiter behind the token is overwritten with NUL. All state stands in `*context`, which each call moves on.
 // A null `delimiters` or `context` gives null and changes nothing; an empty `delimiters` makes the rest one token.
-char *strtok_s(char *string, const char *delimiters, char **context);
+[[nodiscard]] char *strtok_s(char *string, const char *delimiters, char **context);

@@ -73,15 +73,15 @@ bool IsOneOf(const std::array<std::string_view, 4> &answers, std::string_view an
     return std::find(answers.begin(), answers.end(), answer) != answers.end();
 }
 
-// Reads up to and including a line feed, at most the whole buffer. Returns the number of characters read.
-std::size_t ReadAnswer(char (&buffer)[kAnswerSize], bool &inputEnded)
+// Reads up to and including a line feed, at most the whole buffer. Returns the number of characters read, which is 0
+// only at the end of input.
+std::size_t ReadAnswer(char (&buffer)[kAnswerSize])
 {
     (void)memset_s(buffer, sizeof buffer, 0, sizeof buffer);  // sizes are equal
     std::size_t count = 0;
     while (count < sizeof buffer) {
         const int c = std::getchar();
         if (c == EOF) {
-            inputEnded = true;
             break;
         }
         buffer[count++] = static_cast<char>(c);
@@ -95,12 +95,11 @@ std::size_t ReadAnswer(char (&buffer)[kAnswerSize], bool &inputEnded)
 int SCAN_ReadUserYesOrNo()
 {
     char buffer[kAnswerSize];
-    bool inputEnded = false;
     for (;;) {
-        const std::size_t count = ReadAnswer(buffer, inputEnded);
+        const std::size_t count = ReadAnswer(buffer);
         // A full buffer has no terminator.
         SCAN_Record(LogLevel::Info, "input {%.*s}\n", static_cast<int>(count), buffer);
-        if (count == 0 && inputEnded) {
+        if (count == 0) {
             return 0;  // nobody is left to ask, and only a yes deletes
         }
         if (count < sizeof buffer) {

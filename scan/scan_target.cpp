@@ -10,6 +10,7 @@
 #include "scan_print.h"
 #include "scan_state.h"
 #include "util_string.h"
+#include "util_udev.h"
 
 namespace {
 
@@ -39,7 +40,8 @@ void SCAN_HandUdevScsiHost(const char *path, udev_device * /*device*/)
     }
     char buffer[kPathSize] = {};
     // A path that is too long leaves the buffer empty, so without a number.
-    (void)memcpy_s(buffer, sizeof buffer - 1, path, std::strlen(path));  // NOLINT: ends in the buffer's own zeros
+    // It ends in the buffer's own zeros: NOLINTNEXTLINE(bugprone-not-null-terminated-result)
+    (void)memcpy_s(buffer, sizeof buffer - 1, path, std::strlen(path));
     char *cursor = buffer;
     const char *tail = buffer;
     while (cursor != nullptr) {
@@ -95,7 +97,8 @@ void SCAN_HandUdevNvmeHost(const char *path, udev_device * /*device*/)
     }
     char buffer[kPathSize] = {};
     // A path that is too long leaves the buffer empty, so without the prefix.
-    (void)memcpy_s(buffer, sizeof buffer - 1, path, std::strlen(path));  // NOLINT: ends in the buffer's own zeros
+    // It ends in the buffer's own zeros: NOLINTNEXTLINE(bugprone-not-null-terminated-result)
+    (void)memcpy_s(buffer, sizeof buffer - 1, path, std::strlen(path));
     char *name = buffer;
     (void)INTF_UTIL_StrSep(&name, kFabricsPrefix);  // only what follows the prefix counts
     if (name == nullptr) {
@@ -137,7 +140,8 @@ void SCAN_ScanNvmeCtrl(const NvmeCtrl &ctrl)
         SCAN_Print(LogLevel::Error, "fail.\n");
         return;
     }
-    if (std::system(command) != 0) {  // NOLINT: the name is "nvme" and digits, nothing for the shell to interpret
+    // The name is "nvme" and digits, nothing for the shell to interpret: NOLINTNEXTLINE(cert-env33-c)
+    if (std::system(command) != 0) {
         SCAN_Print(LogLevel::Error, "fail.\n");
         return;
     }

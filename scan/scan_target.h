@@ -5,7 +5,6 @@
 
 #include "mpi_usr_if.h"
 #include "util_sysfs.h"
-#include "util_udev.h"
 
 inline constexpr std::size_t kCtrlNameSize = 64;  // bytes of a controller name, the terminator included
 

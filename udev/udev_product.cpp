@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "log_syslog.h"
@@ -17,6 +18,7 @@ ListNode g_productList = {&g_productList, &g_productList};
 namespace {
 
 constexpr const char *kConfigPath = "/etc/vd_plus.conf";
+constexpr std::size_t kConfigLineSize = 512;
 constexpr std::int32_t kMaxHeld = kConfigLineSize - 1;  // characters held when a line is too long
 
 using ProductField = char (ProductNode::*)[kProductFieldSize];
@@ -32,6 +34,19 @@ constexpr std::array<ProductKey, 4> kProductKeys = {{
     {"product_id", &ProductNode::product_id},
     {"driver", &ProductNode::driver},
 }};
+
+// A new entry with empty fields, linked to itself; null without memory.
+ProductNode *UDEV_AllocProductNode()
+{
+    auto *node = static_cast<ProductNode *>(std::malloc(sizeof(ProductNode)));
+    if (node == nullptr) {
+        LOG_PrintUdev(LogLevel::Error, "malloc failed");
+        return nullptr;
+    }
+    (void)memset_s(node, sizeof *node, 0, sizeof *node);  // sizes are equal
+    LIST_Init(node->link);
+    return node;
+}
 
 }  // namespace
 
@@ -88,18 +103,6 @@ void UDEV_FreeProductList()
     LIST_Free<ProductNode>(g_productList);
 }
 
-ProductNode *UDEV_AllocProductNode()
-{
-    auto *node = static_cast<ProductNode *>(std::malloc(sizeof(ProductNode)));
-    if (node == nullptr) {
-        LOG_PrintUdev(LogLevel::Error, "malloc failed");
-        return nullptr;
-    }
-    (void)memset_s(node, sizeof *node, 0, sizeof *node);  // sizes are equal
-    LIST_Init(node->link);
-    return node;
-}
-
 std::uint8_t UDEV_InitProductNode(const char *keyName, const char *keyValue, ProductNode *node)
 {
     if (!LOG_ASSERT(keyName != LOG_NULL) || !LOG_ASSERT(keyValue != LOG_NULL) || !LOG_ASSERT(node != LOG_NULL)) {
@@ -147,24 +150,23 @@ std::uint8_t UDEV_DivisionString(char *buffer, std::int32_t bufferLen, ProductNo
     return 1;
 }
 
-std::uint8_t UDEV_AnalyzeLine(char *buffer, std::int32_t bufferLen, std::uint8_t *vendorsUnit)
+void UDEV_AnalyzeLine(char *buffer, std::int32_t bufferLen, std::uint8_t *vendorsUnit)
 {
     if (!LOG_ASSERT(buffer != LOG_NULL) || !LOG_ASSERT(bufferLen != 0) || !LOG_ASSERT(vendorsUnit != LOG_NULL)) {
-        return 0;
+        return;
     }
     if (std::strcmp(buffer, "[vendors]") == 0) {
         *vendorsUnit = 1;
-        return 1;
+        return;
     }
     if (*vendorsUnit == 0) {
-        return 0;
+        return;
     }
     OwnedMemory<ProductNode> node(UDEV_AllocProductNode());
     if (node == nullptr || UDEV_DivisionString(buffer, bufferLen, node.get()) == 0) {
-        return 0;
+        return;
     }
     LIST_Append(node.release()->link, g_productList);
-    return 1;
 }
 
 void UDEV_HandleSingleLine(char *buffer, std::int32_t bufferLen, std::int32_t *bufferIndex, std::uint8_t *lineFlag,
@@ -184,9 +186,9 @@ void UDEV_HandleSingleLine(char *buffer, std::int32_t bufferLen, std::int32_t *b
     buffer[*bufferIndex] = '\0';
     (void)UDEV_ClearCharacters(buffer, bufferLen);  // its arguments are checked above
     if (buffer[0] != '\0') {
-        (void)UDEV_AnalyzeLine(buffer, bufferLen, vendorsUnit);  // a line that adds no entry never ends the reading
+        UDEV_AnalyzeLine(buffer, bufferLen, vendorsUnit);
     }
-    (void)memset_s(buffer, static_cast<std::size_t>(bufferLen), 0, static_cast<std::size_t>(bufferLen));
+    (void)memset_s(buffer, static_cast<std::size_t>(bufferLen), 0, static_cast<std::size_t>(bufferLen));  // equal sizes
     *bufferIndex = 0;
 }
 

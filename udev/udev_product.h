@@ -11,7 +11,6 @@
 #include "mpi_usr_if.h"
 
 inline constexpr std::size_t kProductFieldSize = 64;  // bytes of a field, the terminator included
-inline constexpr std::size_t kConfigLineSize = 512;   // bytes of the line buffer; a line holds two characters less
 
 // One entry of the list; its fields bear the key names of the file.
 struct ProductNode {
@@ -43,11 +42,8 @@ void UDEV_HandleSingleLine(char *buffer, std::int32_t bufferLen, std::int32_t *b
                            std::uint8_t *vendorsUnit);
 
 // Takes the cleaned line `buffer` as section line, which sets `*vendorsUnit`, or inside the section as product line,
-// which adds an entry. Returns 0 when the line is ignored or lost.
-std::uint8_t UDEV_AnalyzeLine(char *buffer, std::int32_t bufferLen, std::uint8_t *vendorsUnit);
-
-// Returns a new entry with empty fields, linked to itself, or null without memory.
-[[nodiscard]] ProductNode *UDEV_AllocProductNode();
+// which adds an entry unless it is rejected.
+void UDEV_AnalyzeLine(char *buffer, std::int32_t bufferLen, std::uint8_t *vendorsUnit);
 
 // Fills `node` from the product line `buffer` of `bufferLen` bytes, which is cut up. Returns 0 when it is rejected.
 [[nodiscard]] std::uint8_t UDEV_DivisionString(char *buffer, std::int32_t bufferLen, ProductNode *node);
@@ -55,7 +51,8 @@ std::uint8_t UDEV_AnalyzeLine(char *buffer, std::int32_t bufferLen, std::uint8_t
 // Stores `keyValue` in the field named `keyName`; an unknown key is ignored. Returns 0 when the value does not fit.
 [[nodiscard]] std::uint8_t UDEV_InitProductNode(const char *keyName, const char *keyValue, ProductNode *node);
 
-// Returns 1 when the entry has this vendor and product; trailing groups "\x20" of the product do not count.
+// Returns 1 when the entry has this `vendor`, which must not be null, and `product`, which may be: an entry without one
+// is asked for then. Trailing groups "\x20" of the product do not count.
 [[nodiscard]] std::uint8_t UDEV_MatchProductStr(const char *vendor, const char *product,
                                                 const ProductNode *productNode);
 

@@ -15,9 +15,10 @@
 // Always returns RET_OK, so that a line that is refused, or a null `buf`, never ends the reading.
 [[nodiscard]] ResultCode UDEV_HandVdLinuxCfgReadLine(char *buf, std::int32_t length, void *userArg);
 
-// Stores `value` as the setting `name`. Returns RET_OK, RET_NOT_FOUND, or RET_FAIL when it is out of the range.
+// Stores `value` as the setting `name`, which must not be null. Returns RET_OK, RET_NOT_FOUND, or RET_FAIL when it is
+// out of the range.
 [[nodiscard]] ResultCode UDEV_UpdateVdLinuxCfg(const char *name, std::int32_t value);
 
-// Writes the setting `name` as decimal text into the `outLen` bytes at `out`.
+// Writes the setting `name`, which must not be null, as decimal text into the `outLen` bytes at `out`.
 // Returns RET_OK, RET_NOT_FOUND, or RET_FAIL when it does not fit.
 [[nodiscard]] ResultCode UDEV_GetVdLinuxCfgValue(const char *name, char *out, std::uint32_t outLen);

@@ -1,6 +1,7 @@
 #include "util_sysfs.h"
 
 #include <fcntl.h>
+#include <unistd.h>
 
 #include "log_syslog.h"
 #include "mpi_owner.h"

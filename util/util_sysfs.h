@@ -1,6 +1,7 @@
 // Attribute files of sysfs device directories (Documentation/filesystems/sysfs.rst of the Linux kernel).
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 inline constexpr std::size_t kPathSize = 256;  // bytes of every path field, the terminator included
