@@ -1,0 +1,111 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <functional>
+#include <string>
+
+#include "safestr_format.h"
+#include "safestr_memory.h"
+#include "safestr_scan.h"
+#include "safestr_string.h"
+
+namespace {
+
+// A call on a buffer `d` that begins with `before` and goes on with '#'. `after` is how the buffer begins then; a NUL
+// is written as '.'.
+struct Case {
+    const char *name;
+    std::function<int(char *)> call;
+    std::string before;
+    int result;
+    std::string after;
+};
+#define CALL(expression) #expression, [&]([[maybe_unused]] char *d) { return expression; }
+
+TEST(SafeString, EveryFailureIsAResultAndNothingStaleSurvivesIt)
+{
+    constexpr std::size_t kTooLarge = 0x80000000;
+    const std::string t30(30, 't'), t255(255, 't'), t256(256, 't');
+    unsigned int u = 0, v = 0;
+    int n = 0;
+    char second[4] = "old";
+    const Case cases[] = {
+        {CALL(memcpy_s(d, 6, "abcdef", 6)), "", 0, "abcdef#"},
+        {CALL(memcpy_s(d, 5, t256.data(), 256)), "", 162, ".....#"},
+        {CALL(memcpy_s(d, 3, nullptr, 2)), "", 150, "...#"},
+        {CALL(memcpy_s(nullptr, 3, "ab", 2)), "", 22, ""},
+        {CALL(memcpy_s(nullptr, 0, nullptr, 2)), "", 34, ""},
+        {CALL(memcpy_s(d, kTooLarge, "a", 1)), "", 34, "#"},
+        {CALL(memcpy_s(d, 2, d, 2)), "ab", 0, "ab#"},
+        {CALL(memcpy_s(d, 4, d + 1, 2)), "abc", 182, "....#"},
+        {CALL(memcpy_s(d + 1, 2, d, 2)), "abc", 182, "a..#"},
+        {CALL(memcpy_s(d, 2, d + 2, 2)), "abcd", 0, "cdcd#"},
+        {CALL(memset_s(d, 3, 0x141, 2)), "", 0, "AA#"},
+        {CALL(memset_s(d, 3, 'x', 4)), "", 162, "xxx#"},
+        {CALL(memset_s(d, 0, 'x', 0)), "", 0, "#"},
+        {CALL(memset_s(d, 0, 'x', 1)), "", 34, "#"},
+        {CALL(strcpy_s(d, 256, t255.c_str())), "", 0, t255 + ".#"},
+        {CALL(strcpy_s(d, 256, t256.c_str())), "", 162, ".#"},
+        {CALL(strcpy_s(d, 9, d + 1)), "abc.", 182, ".bc"},
+        {CALL(strcat_s(d, 5, "cd")), "ab.", 0, "abcd.#"},
+        {CALL(strcat_s(d, 4, "cd")), "ab.", 162, ".b.#"},
+        {CALL(strcat_s(d, 120, "a")), "", 150, ".#"},
+        {CALL(strcat_s(d, 4, d + 4)), "", 150, ".#"},
+        {CALL(strcat_s(d, 9, d)), "ab.", 162, ".b"},
+        {CALL(strcat_s(d, 9, d + 1)), "ab.", 182, ".b"},
+        {CALL(strcat_s(d + 1, 9, d)), "abc.", 182, "a.c"},
+        {CALL(strncpy_s(d, 30, t30.c_str(), 30)), "", 162, ".#"},
+        {CALL(strncpy_s(d, 30, t30.c_str(), 29)), "", 0, t30.substr(1) + ".#"},
+        {CALL(strncpy_s(d, 3, "ab", 40)), "", 0, "ab.#"},
+        {CALL(strncpy_s(d, 2, "ab", 0)), "", 0, ".#"},
+        {CALL(strncpy_s(d, 2, "a", kTooLarge)), "", 162, ".#"},
+        {CALL(strncpy_s(d, 9, d, 2)), "abc.", 0, "ab.."},
+        {CALL(strncpy_s(d, 9, d + 2, 2)), "abcd", 182, ".bcd"},
+        {CALL(snprintf_s(d, 30, 29, "%s", t255.c_str())), "", -1, t30.substr(1) + ".#"},
+        {CALL(snprintf_s(d, 9, 3, "%d", 123)), "", 3, "123.#"},
+        {CALL(snprintf_s(d, 3, 3, "%d", 123)), "", -1, "."},
+        {CALL(snprintf_s(d, 4, kNoFormatLimit, "%d", 123)), "", 3, "123.#"},
+        {CALL(sprintf_s(d, kTooLarge, "%d", 123)), "", -1, "#"},
+        {CALL(sprintf_s(d, 31, "/dev/%s", t30.c_str())), "", -1, "."},
+        {CALL(sprintf_s(d, 36, "/dev/%s", t30.c_str())), "", 35, "/dev/" + t30 + ".#"},
+        {CALL(sprintf_s(d, 9, "a%lc", wint_t{0x20ac})), "", -1, "."},
+        {CALL(sscanf_s("3:4294967295", "%u:%u", &u, &v)), "", 2, ""},
+        {CALL(sscanf_s("3:4294967296", "%u:%u", &u, &v)), "", 1, ""},
+        {CALL(sscanf_s("3:99999999999999999999", "%u:%u", &u, &v)), "", 1, ""},
+        {CALL(sscanf_s("-1:3", "%u:%u", &u, &v)), "", 0, ""},
+        {CALL(sscanf_s("  ", "%u:%u", &u, &v)), "", -1, ""},
+        {CALL(sscanf_s("2147483648", "%d", &n)), "", 0, ""},
+        {CALL(sscanf_s("-2147483648", "%d", &n)), "", 1, ""},
+        {CALL(sscanf_s("", "%s %s", d, 4U, second, 4U)), "", -1, ".#"},
+        {CALL(sscanf_s("", "%s %s", d, 0U, second, 4U)), "", -1, "#"},
+        {CALL(sscanf_s("longer val", "%s %s", d, 4U, second, 4U)), "", 0, ".#"},
+        {CALL(sscanf_s("key", "%s %s", d, 4U, second, 4U)), "", 1, "key.#"},
+        {CALL(std::string(second) == "old"), "", 1, ""},
+        {CALL(sscanf_s("key longer", "%s %s", d, 4U, second, 4U)), "", 1, "key.#"},
+        {CALL(std::string(second).empty()), "", 1, ""},
+        {CALL(sscanf_s("abcd", "%3c", d, 3U)), "", 1, "abc#"},
+    };
+    for (const Case &c : cases) {
+        std::string buffer = c.before;
+        buffer.resize(300, '#');
+        std::replace(buffer.begin(), buffer.end(), '.', '\0');
+        EXPECT_EQ(c.result, c.call(buffer.data())) << c.name;
+        std::replace(buffer.begin(), buffer.end(), '\0', '.');
+        EXPECT_EQ(c.after, buffer.substr(0, c.after.size())) << c.name;
+    }
+    EXPECT_TRUE(u == 3 && v == 4294967295 && n == -2147483647 - 1);
+}
+
+TEST(SafeString, TokensKeepTheirStateInTheContextOnly)
+{
+    char text[] = ",a,,b,";
+    char *context = nullptr;
+    EXPECT_EQ(nullptr, strtok_s(nullptr, ",", &context));
+    EXPECT_STREQ("a", strtok_s(text, ",", &context));
+    EXPECT_STREQ("b", strtok_s(nullptr, ",", &context));
+    EXPECT_EQ(nullptr, strtok_s(nullptr, ",", &context));
+    EXPECT_EQ(text + 6, context);
+    EXPECT_STREQ("a;", strtok_s(std::string("a;").data(), "", &context));
+}
+
+}  // namespace
