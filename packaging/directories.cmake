@@ -1,0 +1,6 @@
+# Run by cpack on what it is about to pack: directories are made under the umask of who builds the package, and must
+# not show it.
+set(everybody OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+file(CHMOD_RECURSE ${CPACK_TEMPORARY_INSTALL_DIRECTORY} DIRECTORY_PERMISSIONS ${everybody})
+file(CHMOD ${CPACK_TEMPORARY_INSTALL_DIRECTORY}/opt/Veridane_NVMe/log
+  PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE)
