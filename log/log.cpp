@@ -16,6 +16,7 @@ namespace {
 constexpr unsigned int kRecordMark = 0x5342;  // first half of every record id
 constexpr unsigned int kRecordKind = 0;
 constexpr std::size_t kTimeSize = 40;
+constexpr std::size_t kBufferSize = 16384;  // no record is longer: the longest texts in them are sysfs paths
 
 constexpr std::array<const char *, 34> kModuleNames = {
     "MPI",      "BAL",  "KLS",   "KCF",       "USI",      "LPM",     "VDS",     "LBS",       "PIA",
@@ -78,13 +79,14 @@ void LOG_WriteRecordList(ModuleId module, LogLevel level, const char *function, 
     if (file == nullptr) {
         return;
     }
+    static char buffer[kBufferSize];
+    (void)std::setvbuf(file.get(), buffer, _IOFBF, sizeof buffer);  // without it the stream takes a smaller one itself
     const auto moduleIndex = static_cast<std::uint32_t>(context->moduleId);
     const char *moduleName = kModuleNames[moduleIndex];
     char time[kTimeSize];
     FormatNow(time);
     const std::int32_t sequence = context->sequence++;
-    // Both parts go through the stream's buffer and reach the file in one write, so that records of two processes stay
-    // whole lines.
+    // Both parts reach the file in one write, so that records of two processes stay whole lines.
     // What cannot be written is dropped.
     (void)std::fprintf(file.get(), "[%d][%s][%08x%02x%02x%04x][%-4s][%-6s][%s: %d]", sequence, time, kRecordMark,
                        moduleIndex, kRecordKind, static_cast<unsigned int>(line),
