@@ -47,9 +47,19 @@ std::string EnterNamespace()
         std::ofstream("/proc/self/gid_map") << "0 " + gid + " 1";
     }
     struct stat status = {};
-    if (mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-        mount("made_up_host", "/opt", "tmpfs", 0, "mode=755") != 0 || stat("/opt", &status) != 0) {
+    const bool isPrivate = mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+    for (const char *name : {"/sys", "/run", "/dev", "/etc", "/opt"}) {
+        (void)mount("none", name, nullptr, MS_REC | MS_PRIVATE, nullptr);  // fails where it is no mount point
+    }
+    if (mount("made_up_host", "/opt", "tmpfs", 0, "mode=755") != 0 || stat("/opt", &status) != 0) {
         return Failed("mount");
+    }
+    // "/" of a chroot may be no mount point. Then it must show that the parent does not see what is mounted here.
+    const std::string parents = "/proc/" + std::to_string(getppid()) + "/root/opt";
+    struct stat seen = {};
+    if (!isPrivate && (stat(parents.c_str(), &seen) != 0 || seen.st_dev == status.st_dev)) {
+        (void)umount2("/opt", MNT_DETACH);
+        return "mounts would show outside";
     }
     for (const std::string name : {"/sys", "/run", "/dev", "/etc", "/opt"}) {
         const std::string made = "/opt" + name, real = made + "/.host";

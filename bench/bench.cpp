@@ -1,0 +1,108 @@
+// Times the command against the floor, in turn, on made-up hosts of several shapes, and prints a table. With a name as
+// argument only the shapes whose name begins with it.
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+
+#include "host.h"
+#include "shape.h"
+
+namespace {
+
+constexpr int kRounds = 5;
+
+struct Shape {
+    const char *name;
+    unsigned int sessions, luns, entries;  // entries: of the supported-device list; the last one fits
+};
+
+constexpr Shape kShapes[] = {{"usual", 4, 64, 1},         {"usual", 4, 256, 1},         {"usual", 16, 256, 1},
+                             {"usual", 64, 256, 1},       {"one session", 1, 16384, 1}, {"small sessions", 4096, 4, 1},
+                             {"long list", 64, 256, 1000}};
+
+struct Cost {
+    double wall = 1e9, user = 1e9, system = 1e9, peakKiB = 1e9;
+};
+
+void MakeHost(const Shape &shape)
+{
+    host::Reset();
+    host::AddScsiHost(0);
+    std::string list = "[vendors]\n";
+    for (unsigned int i = 1; i < shape.entries; ++i) {
+        list += "vendor_id=ZENTRA,product_id=OTHER" + std::to_string(i) + "\n";
+    }
+    host::Put(host::kConfig, list + "vendor_id=ZENTRA,product_id=ARRAY9000\n");
+    for (unsigned int session = 0; session < shape.sessions; ++session) {
+        for (unsigned int lun = 0; lun < shape.luns; ++lun) {
+            host::AddDisk({.hctl = "0:0:" + std::to_string(session) + ":" + std::to_string(lun),
+                           .now = IsChanged(lun) ? host::Wwn("9:9:9:9") : "",
+                           .reported = !IsRemoved(lun)});
+        }
+    }
+    (void)host::RunCommand("-nc");  // writes the LUN lists
+}
+
+double Seconds(const timeval &time)
+{
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
+}
+
+// Runs the program once and keeps the least cost: what else the machine does only adds.
+void Run(const char *program, Cost &cost)
+{
+    host::Remove(host::kLog);
+    host::Put("/run/writes", "");
+    const auto start = std::chrono::steady_clock::now();
+    const pid_t child = fork();
+    if (child == 0) {
+        (void)dup2(open("/run/out", O_WRONLY | O_CREAT | O_TRUNC, 0600), STDOUT_FILENO);
+        (void)setenv("LD_PRELOAD", host::kSgDouble.c_str(), 1);
+        (void)execl(program, program, nullptr);
+        _exit(127);
+    }
+    int status = 0;
+    rusage usage = {};
+    if (wait4(child, &status, 0, &usage) != child || status != 0) {
+        std::printf("%s failed with status %d\n", program, status);
+        std::exit(1);
+    }
+    cost.wall = std::min(cost.wall, std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+    cost.user = std::min(cost.user, Seconds(usage.ru_utime));
+    cost.system = std::min(cost.system, Seconds(usage.ru_stime));
+    cost.peakKiB = std::min(cost.peakKiB, static_cast<double>(usage.ru_maxrss));
+}
+
+}  // namespace
+
+int main(int argc, char *argv[])
+{
+    host::Enter();
+    std::printf("%-15s %7s %9s %8s %8s %9s %9s %8s %7s %9s\n", "shape", "disks", "wall ms", "user ms", "sys ms",
+                "us/disk", "floor ms", "x floor", "growth", "B/disk");
+    double before = 0;
+    for (const Shape &shape : kShapes) {
+        if (argc > 1 && std::string(shape.name).find(argv[1]) != 0) {
+            continue;
+        }
+        const double disks = shape.sessions * shape.luns;
+        MakeHost(shape);
+        Cost tool, floor;
+        for (int round = 0; round < kRounds; ++round) {
+            Run("/run/bin/vdRescan_plus", tool);
+            Run(VD_FLOOR, floor);
+        }
+        std::printf("%-15s %7.0f %9.1f %8.1f %8.1f %9.1f %9.1f %8.2f %7.2f %9.0f\n", shape.name, disks, 1e3 * tool.wall,
+                    1e3 * tool.user, 1e3 * tool.system, 1e6 * tool.wall / disks, 1e3 * floor.wall,
+                    tool.wall / floor.wall, before == 0 ? 1 : tool.wall / before,
+                    1024 * (tool.peakKiB - floor.peakKiB) / disks);
+        before = tool.wall;
+        (void)std::fflush(stdout);
+    }
+    return 0;
+}
