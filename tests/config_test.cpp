@@ -1,14 +1,17 @@
-#include <functional>
 #include <regex>
 
 #include "host.h"
 #include "udev_line.h"
 #include "udev_product.h"
+#include "udev_reader.h"
+#include "udev_settings.h"
 
 using namespace host;
 using namespace std::string_literals;
 
 namespace {
+
+const std::string kSettings = "/etc/vdLinux.conf";
 
 // Loads a list and shows it: a line for each entry, then the records.
 std::string Load(const std::string &file)
@@ -26,16 +29,7 @@ std::string Load(const std::string &file)
 
 TEST_F(HostTest, SupportedDevicesAreReadLineByLine)
 {
-    EXPECT_EQ("rule01|ZENTRA|ARRAY9000|zdrv\n|ZENTRA|ARRAY7000|\nrule03|NOVACORE|NC5000|\n",
-              Load(R"(; arrays whose disks the rescan may remove
-[vendors]
-ruler_name="rule01", vendor_id="ZENTRA", product_id="ARRAY9000", driver="zdrv"
-vendor_id = "ZENTRA" , product_id = "ARRAY7000" ;
-ruler_name=rule03,vendor_id=NOVACORE,\
-product_id=NC5000
-)"));
-    EXPECT_EQ("", Load("[Vendors]\nvendor_id=V\n"));
-    EXPECT_EQ("", Load(""));
+    EXPECT_EQ("", Load("[Vendors]\nvendor_id=V\n") + Load(""));
     // A product line that is filled up to 511 characters; an unknown key takes a value of any length.
     const std::string held = "vendor_id=V,x=" + std::string(497, 'y'), y63(63, 'y');
     const std::string tooLong = "UDEV UDEV_InitConfig: single line over maximum number of characters:" + held + "\n";
@@ -47,17 +41,14 @@ product_id=NC5000
         {held + "y" + "vendor_id=TAIL," + std::string(73, 'y') + "\n", "|TAIL||\n" + tooLong},  // 600 characters
         {held.substr(0, 500) + "\\\n" + held.substr(500, 10) + "\n", "|V||\n"},
         {held.substr(0, 500) + "\\" + held.substr(500) + "\nvendor_id=W\nvendor_id=X\n", "|W||\n|X||\n" + tooLong},
-        {"vendor_id=ZEN\\TRA\nX\n", "|ZENTRAX||\n"},
-        {"vendor_id=V\nvendor_id=W", "|V||\n"},
-        {"vendor_id=\"ZEN TRA\";\x80\xff\r\n", "|ZENTRA||\n"},
-        {"vendor_id=V\0W,driver=d\n"s, "|V||\n"},
+        {"vendor_id=ZEN\\TRA\nX\nvendor_id=V\nvendor_id=W", "|ZENTRAX||\n|V||\n"},
+        {" vendor_id = \"ZEN TRA\"; \x80\xff\r\nvendor_id=V\0W,driver=d\n"s, "|ZENTRA||\n|V||\n"},
         {",vendor_id=V,,product_id=P,driver=d,ruler_name=r,\n", "r|V|P|d\n"},
         {"vendor_id=V,product_id=P,driver=d,ruler_name=r,x=y\n", "UDEV UDEV_DivisionString: more than buffer length."},
-        {"vendor_id=V,driver=,product_id\n", "|V||\n"},
+        {"vendor_id=V,driver=,product_id\nvendor_id=V=W\n", "|V||\n|V||\n"},
         {"vendor_id=V,=\n", "UDEV UDEV_DivisionString: sscanf_s failed."},
         {"driver=d,vendor_id=" + y63 + ",product_id=P\n", "|" + y63 + "|P|d\n"},
         {"driver=d,vendor_id=y" + y63 + ",product_id=P\n", "||P|d\n"},
-        {"vendor_id=V=W\n", "|V||\n"},
         {"a remark\nVendor_id=V\n[vendors]\n[hosts]\n", "|||\n|||\n|||\n"}};
     for (const auto &c : cases) {
         EXPECT_EQ(c.list, Load("vendor_id=early\n\t[ vendors ] ;\n" + c.lines));
@@ -68,22 +59,18 @@ TEST_F(HostTest, OnlyWholeNamesAreSupported)
 {
     Put(kConfig, "[vendors]\nvendor_id=ZENTRA,product_id=ARRAY9000\nvendor_id=NOVACORE\n");
     ASSERT_EQ(1, UDEV_InitConfig());
-    // Vendor and product; without a bar there is none.
-    const auto answer = [](const std::string &query) {
-        const std::size_t bar = query.find('|');
-        const std::string vendor = query.substr(0, bar), product = query.substr(bar + 1);
-        return UDEV_DeviceIsSupport(vendor.c_str(), bar == std::string::npos ? nullptr : product.c_str());
-    };
-    for (const char *query :
-         {"ZENTRA|ARRAY9000", R"(ZENTRA|ARRAY9000\x20\x20)", "NOVACORE|", R"(NOVACORE|\x20)", "NOVACORE"}) {
-        EXPECT_EQ(1, answer(query)) << query;
+    // Of vendor and product, one query to a line.
+    std::string supported;
+    for (const std::string product : {R"(ARRAY9000)", R"(ARRAY9000\x20\x20)", "ARRAY9000 ", R"(ARRAY9000\x20a)",
+                                      "ARRAY900", "ARRAY90000", "", R"(\x20)", "NC5000"}) {
+        for (const char *vendor : {"ZENTRA", "zentra", "ZENTRA ", "NOVACORE", ""}) {
+            supported += UDEV_DeviceIsSupport(vendor, product.c_str()) == 1 ? vendor + "|"s + product + "\n" : "";
+        }
     }
-    for (const std::string query :
-         {"ZENTRA|ARRAY9000 ", R"(ZENTRA|ARRAY9000\x20a)", "ZENTRA|ARRAY900", "ZENTRA|ARRAY90000", "ZENTRA|", "ZENTRA",
-          "zentra|ARRAY9000", "ZENTRA |ARRAY9000", "NOVACORE|NC5000", "|"}) {
-        EXPECT_EQ(0, answer(query)) << query;
-    }
-    EXPECT_EQ(0, answer("ZENTRA|" + std::string(64, 'p')));
+    EXPECT_EQ("ZENTRA|ARRAY9000\nZENTRA|ARRAY9000\\x20\\x20\nNOVACORE|\nNOVACORE|\\x20\n", supported);
+    EXPECT_EQ(1, UDEV_DeviceIsSupport("NOVACORE", nullptr));
+    EXPECT_EQ(0, UDEV_DeviceIsSupport("ZENTRA", nullptr));
+    EXPECT_EQ(0, UDEV_DeviceIsSupport("ZENTRA", std::string(64, 'p').c_str()));
     UDEV_FreeProductList();
     EXPECT_EQ(0, UDEV_DeviceIsSupport("ZENTRA", "ARRAY9000"));
     EXPECT_EQ(
@@ -92,36 +79,103 @@ TEST_F(HostTest, OnlyWholeNamesAreSupported)
         RecordsAt("ERROR"));
 }
 
+// Loads a settings file and shows the four values, then the warnings and the errors.
+std::string LoadSettings(const std::string &file)
+{
+    Put(kSettings, file);
+    Remove(kLog);
+    EXPECT_EQ(RET_OK, UDEV_InitVdLinuxConfig());
+    std::string text;
+    for (const char *name : {"dev_loss_tmo", "fast_io_fail_tmo", "recovery_tmo", "scsi_timeout"}) {
+        char value[4] = {};
+        EXPECT_EQ(RET_OK, UDEV_GetVdLinuxCfgValue(name, value, sizeof value));
+        text += value + " "s;
+    }
+    return text + "\n" + RecordsAt("WARN") + RecordsAt("ERROR");
+}
+
+TEST_F(HostTest, SettingsKeepToTheirRanges)
+{
+    const std::string line510 = "dev_loss_tmo=7" + std::string(496, 'x'), line511 = line510 + "x";
+    const std::string noNumber = "1 0 0 1 \nUDEV UDEV_HandVdLinuxCfgReadLine: sscanf_s {dev_loss_tmo ";
+    const struct {
+        std::string file, result;
+    } cases[] = {
+        {"\n ;\nscsi_timeout=7", "5 4 5 30 \n"},
+        {"dev_loss_tmo=600\nfast_io_fail_tmo=599\nrecovery_tmo=600\nscsi_timeout=600\n", "600 599 600 600 \n"},
+        {"dev_loss_tmo = 1;\nfast_io_fail_tmo=\"0\"\nrecovery_tmo=9\nrecovery_tmo=0\nscsi_timeout=1\n", "1 0 0 1 \n"},
+        {"fast_io_fail_tmo=600\n",
+         "1 0 0 1 \nUDEV UDEV_HandVdLinuxCfgReadLine: update attr{fast_io_fail_tmo} to value{600} fail with "
+         "ret{1030}.\n"
+         "UDEV UDEV_UpdateVdLinuxCfg: get atrr{fast_io_fail_tmo} value{600} is out range{0, 599}.\n"},
+        {"DEV_LOSS_TMO=5\n",
+         "1 0 0 1 \nUDEV UDEV_HandVdLinuxCfgReadLine: update attr{DEV_LOSS_TMO} to value{5} fail with ret{1056}.\n"
+         "UDEV UDEV_UpdateVdLinuxCfg: get atrr{DEV_LOSS_TMO} value{5} is not find.\n"},
+        {"dev_loss_tmo=\n", noNumber + "} failed.\n"},
+        {"dev_loss_tmo=abc\n", noNumber + "abc} failed.\n"},
+        {"dev_loss_tmo=\\\n30\n", noNumber + "\\30} failed.\n"},
+        {"dev_loss_tmo=4294967297\n", noNumber + "4294967297} failed.\n"},
+        {line511 + "\nrecovery_tmo=2\n",
+         "1 0 2 1 \nUDEV INTF_UTIL_ReadFileHandleByLine: line over max number{512} of char:" + line511 + "\n"},
+        {line510 + "\nfast_io_fail_tmo=30=40\nscsi_timeout=30s\n", "7 30 2 30 \n"},
+        {"dev_loss_tmo=5\nfast_io_fail_tmo=4\nrecovery_tmo=5\n", "5 4 5 30 \n"}};
+    for (const auto &c : cases) {
+        EXPECT_EQ(c.result, LoadSettings(c.file));
+    }
+    for (const char *line : {"dev_loss_tmo=0\n", "dev_loss_tmo=601\n", "fast_io_fail_tmo=-1\n", "recovery_tmo=-1\n",
+                             "recovery_tmo=601\n", "scsi_timeout=0\n", "scsi_timeout=601\n"}) {
+        EXPECT_EQ(0U, LoadSettings(line).find("5 4 5 30 \nUDEV UDEV_HandVdLinuxCfgReadLine: update attr{")) << line;
+    }
+}
+
+TEST_F(HostTest, WhatFailsWithTheSettingsIsToldToTheCaller)
+{
+    char out[3] = {};
+    EXPECT_EQ(RET_OK, UDEV_GetVdLinuxCfgValue("scsi_timeout", out, sizeof out));
+    EXPECT_STREQ("30", out);
+    EXPECT_EQ(RET_OK, UDEV_UpdateVdLinuxCfg("scsi_timeout", 600));
+    EXPECT_EQ(RET_FAIL, UDEV_GetVdLinuxCfgValue("scsi_timeout", out, sizeof out));
+    EXPECT_EQ(RET_OK, UDEV_UpdateVdLinuxCfg("scsi_timeout", 30));
+    EXPECT_EQ(RET_NOT_FOUND, UDEV_GetVdLinuxCfgValue("SCSI_TIMEOUT", out, sizeof out));
+    EXPECT_EQ(RET_FAIL, UDEV_InitVdLinuxConfig());
+    Put(kSettings, "a\nbc\nd\n");
+    std::string seen;
+    const FileLineHandler handler = [](char *line, std::int32_t length, void *userArg) {
+        *static_cast<std::string *>(userArg) += line + std::to_string(length);
+        return *line == 'b' ? RET_NOT_FOUND : RET_OK;
+    };
+    EXPECT_EQ(RET_LINE_HANDLER_FAIL, INTF_UTIL_ReadFileHandleByLine(kSettings.c_str(), &seen, handler));
+    EXPECT_EQ("a1bc2", seen);
+    EXPECT_EQ(
+        "UDEV UDEV_GetVdLinuxCfgValue: sprintf_s attr{scsi_timeout} value{600} fail.\n"
+        "UDEV UDEV_GetVdLinuxCfgValue: get atrr{SCSI_TIMEOUT} value is not find.\n"
+        "UDEV INTF_UTIL_ReadFileHandleByLine: can't open /etc/vdLinux.conf: No such file or directory\n"
+        "UDEV UDEV_InitVdLinuxConfig: init vdLinux config fail with ret{1030}.\n",
+        RecordsAt("ERROR"));
+}
+
 TEST_F(HostTest, MissingArgumentsAreRefusedWithARecord)
 {
     char text[9] = "a=b";
     std::int32_t index = 0;
     std::uint8_t flag = 0;
-#define CALL(...) #__VA_ARGS__, [&] { return __VA_ARGS__; }
-    const struct {
-        std::string name;
-        std::function<int()> call;
-        std::string expression;
-    } cases[] = {
-        {CALL(UDEV_DeviceIsSupport(nullptr, nullptr)), "vendor != ((void *)0)"},
-        {CALL(UDEV_MatchProductStr("V", "P", nullptr)), "productNode != 0"},
-        {CALL(UDEV_ClearCharacters(text, 0)), "bufferLen != 0"},
-        {CALL(UDEV_ReplaceCharacters(nullptr, 0)), "buffer != ((void *)0)"},
-        {CALL(UDEV_InitProductNode("driver", nullptr, nullptr)), "keyValue != ((void *)0)"},
-        {CALL(UDEV_DivisionString(text, 9, nullptr)), "node != ((void *)0)"},
-        {CALL(UDEV_AnalyzeLine(text, 9, nullptr), 0), "vendorsUnit != ((void *)0)"},
-        {CALL(UDEV_ClearTailSpace(nullptr, 9), 0), "buffer != ((void *)0)"},
-        {CALL(UDEV_HandleSingleLine(text, 9, nullptr, nullptr, &flag), 0), "lineFlag != ((void *)0)"},
-        {CALL(UDEV_HandleSingleLine(text, 9, &index, &flag, nullptr), 0), "vendorsUnit != ((void *)0)"},
-    };
-    for (const auto &c : cases) {
-        Remove(kLog);
-        EXPECT_EQ(0, c.call()) << c.name;
-        const std::string function = c.name.substr(0, c.name.find('('));
-        EXPECT_EQ("UDEV " + function + ": *** Assertion on file \"\" function \"" + function +
-                      "\" line N exception \"" + c.expression + "\"\n",
-                  std::regex_replace(RecordsAt("ERROR"), std::regex("line \\d+"), "line N"));
+    for (const int result : {UDEV_DeviceIsSupport(nullptr, nullptr), UDEV_MatchProductStr("V", "P", nullptr),
+                             UDEV_ClearCharacters(text, 0), UDEV_ReplaceCharacters(nullptr, 0),
+                             UDEV_InitProductNode("driver", nullptr, nullptr), UDEV_DivisionString(text, 9, nullptr)}) {
+        EXPECT_EQ(0, result);
     }
+    UDEV_AnalyzeLine(text, 9, nullptr);
+    UDEV_ClearTailSpace(nullptr, 9);
+    UDEV_HandleSingleLine(text, 9, &index, nullptr, &flag);
+    EXPECT_EQ(RET_OK, UDEV_HandVdLinuxCfgReadLine(nullptr, 9, nullptr));
+    const std::regex record(R"re(UDEV UDEV_(\w+): .*file "" function "UDEV_\1" line N exception "(.*)"\n)re");
+    EXPECT_EQ(
+        "DeviceIsSupport: vendor != ((void *)0)\nMatchProductStr: productNode != 0\nClearCharacters: bufferLen != 0\n"
+        "ReplaceCharacters: buffer != ((void *)0)\nInitProductNode: keyValue != ((void *)0)\n"
+        "DivisionString: node != ((void *)0)\nAnalyzeLine: vendorsUnit != ((void *)0)\n"
+        "ClearTailSpace: buffer != ((void *)0)\nHandleSingleLine: lineFlag != ((void *)0)\n"
+        "HandVdLinuxCfgReadLine: buf != ((void *)0)\n",
+        std::regex_replace(RecordsAt("ERROR"), record, "$1: $2\n"));
 }
 
 }  // namespace

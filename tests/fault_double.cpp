@@ -2,7 +2,8 @@
 //
 // VD_FAULT=N:ERRNO   call number N, counted from 1, fails with ERRNO; with 0 a read or write is short; with -1 the
 //                    process is killed there
-// VD_CALLS=FILE      each call is appended to FILE: "PHASE FUNCTION WHAT", where PHASE counts the udev contexts
+//
+// Each call is appended to /run/calls: "PHASE FUNCTION WHAT", where PHASE counts the udev contexts.
 //
 // No header that declares the functions themselves is included: here they have plain, not variadic, parameters.
 #include <dlfcn.h>
@@ -16,7 +17,7 @@
 extern "C" {
 long syscall(long number, ...) noexcept;
 char *getenv(const char *name) noexcept;
-long strtol(const char *text, char **end, int base) noexcept;
+int sscanf(const char *text, const char *format, ...) noexcept;
 int snprintf(char *text, size_t size, const char *format, ...) noexcept;
 void *__libc_malloc(size_t size);
 extern char *program_invocation_short_name;
@@ -24,36 +25,29 @@ extern char *program_invocation_short_name;
 
 namespace {
 
-long g_left = 0;
-int g_errno = 0;
+int g_left = 0, g_errno = 0, g_phase = 0;
 long g_calls = -1;
-int g_phase = 0;
 
 // The shell and the programs that the command starts keep their calls.
 __attribute__((constructor)) void Init()
 {
-    if (std::strcmp(program_invocation_short_name, "vdRescan_plus") != 0) {
-        return;
-    }
-    if (const char *fault = getenv("VD_FAULT"); fault != nullptr) {
-        char *end = nullptr;
-        g_left = strtol(fault, &end, 10);
-        g_errno = static_cast<int>(strtol(end + 1, nullptr, 10));
-    }
-    if (const char *calls = getenv("VD_CALLS"); calls != nullptr) {
-        g_calls = syscall(SYS_open, calls, 02101, 0600);  // O_WRONLY, O_CREAT, O_APPEND
+    const char *fault = getenv("VD_FAULT");
+    if (std::strcmp(program_invocation_short_name, "vdRescan_plus") == 0) {
+        (void)sscanf(fault == nullptr ? "" : fault, "%d:%d", &g_left, &g_errno);
+        g_calls = syscall(SYS_open, "/run/calls", 02002101, 0600);  // O_WRONLY, O_CREAT, O_APPEND, O_CLOEXEC
     }
 }
 
 bool Fails(const char *function, const char *what, int fd = -1)
 {
-    if (g_calls >= 0) {
-        char link[32], path[256] = {}, line[512];
-        (void)snprintf(link, sizeof link, "/proc/self/fd/%d", fd);
-        (void)syscall(SYS_readlink, link, path, sizeof path - 1);
-        const int length = snprintf(line, sizeof line, "%d %s %s%s\n", g_phase, function, what, path);
-        (void)syscall(SYS_write, g_calls, line, length);
+    if (g_calls < 0) {
+        return false;
     }
+    char link[32], path[256] = {}, line[512];
+    (void)snprintf(link, sizeof link, "/proc/self/fd/%d", fd);
+    (void)syscall(SYS_readlink, link, path, sizeof path - 1);
+    const int length = snprintf(line, sizeof line, "%d %s %s%s\n", g_phase, function, what, path);
+    (void)syscall(SYS_write, g_calls, line, length);
     if (--g_left != 0) {
         return false;
     }
@@ -64,11 +58,11 @@ bool Fails(const char *function, const char *what, int fd = -1)
     return true;
 }
 
-template <typename Result>
-Result With(int error, Result result)
+// The result of a close that fails: closed it is all the same.
+int Failed(int /*closed*/)
 {
-    errno = error;
-    return result;
+    errno = g_errno;
+    return -1;
 }
 
 }  // namespace
@@ -88,11 +82,11 @@ FAULT(long, write, (int fd, const void *data, size_t size), (fd, data, size), ""
 FAULT(long, readlink, (const char *path, char *data, size_t size), (path, data, size), path, -1, -1)
 FAULT(int, access, (const char *path, int mode), (path, mode), path, -1, -1)
 FAULT(int, ioctl, (int fd, unsigned long request, void *data), (fd, request, data), "", fd, -1)
-FAULT(int, close, (int fd), (fd), "", fd, With(g_errno, next(fd) - 1))
+FAULT(int, close, (int fd), (fd), "", fd, Failed(next(fd)))
 FAULT(int, fcntl, (int fd, int command, void *lock), (fd, command, lock), "", fd, -1)
 FAULT(int, ftruncate, (int fd, long size), (fd, size), "", fd, -1)
 FAULT(void *, fopen, (const char *path, const char *mode), (path, mode), path, -1, nullptr)
-FAULT(int, fclose, (void *file), (file), "", -1, With(g_errno, next(file) - 1))
+FAULT(int, fclose, (void *file), (file), "", -1, Failed(next(file)))
 FAULT(int, fgetc, (void *file), (file), "", -1, -1)
 FAULT(int, fseek, (void *file, long offset, int whence), (file, offset, whence), "", -1, -1)
 FAULT(int, fflush, (void *file), (file), "", -1, -1)

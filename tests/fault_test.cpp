@@ -37,23 +37,20 @@ class FaultTest : public HostTest, public testing::WithParamInterface<int> {};
 void MakeHost()
 {
     host::Reset();
-    for (const int number : {2, 3}) {
-        host::AddScsiHost(number);
-    }
-    for (const char *name : {"nvme1", "nvme2"}) {
-        host::AddDevice("nvme", host::kFabrics + name);
-    }
+    host::AddScsiHost(2);
+    host::AddScsiHost(3);
+    host::AddDevice("nvme", host::kFabrics + "nvme1");
+    host::AddDevice("nvme", host::kFabrics + "nvme2");
     host::AddDisk({.hctl = "2:0:0:1"});
     host::AddDisk({.hctl = "2:0:0:2", .now = host::Wwn("9:9:9:9")});
     host::AddDisk({.hctl = "2:0:0:3", .reported = false});
-    host::AddDisk({.hctl = "2:0:1:1", .rules = host::kDead});
-    host::AddDisk({.hctl = "2:0:1:2", .rules = host::kDead});
-    host::AddDisk({.hctl = "3:0:0:1", .rules = host::PageRule(host::Wwn("3:0:0:1")) + host::kDead});
+    host::AddDisk({.hctl = "2:0:1:1", .answers = host::kDead});
+    host::AddDisk({.hctl = "2:0:1:2", .answers = host::kDead});
+    host::AddDisk({.hctl = "3:0:0:1", .answers = {{"a0", "13000000"}}});
     host::AddDisk({.hctl = "3:0:0:2"});
     host::AddDisk({.hctl = "3:0:1:1"});
     host::AddDisk({.hctl = "4:0:0:1", .reported = false});
     host::Put(host::DiskDir("4:0:0:1") + "/vendor", "OTHERCO \n");
-    host::Put("/dev/sg.luns.3:0:0", host::LunRule({1, 2}));
 }
 
 // What the failing call, a line "PHASE FUNCTION WHAT", takes away with it: the target it names, or those that it
@@ -65,48 +62,47 @@ bool Concerns(const std::string &call, const std::string &rescan)
     return call.find(target) != std::string::npos || call.starts_with(isHost ? "1 " : "2 ");
 }
 
+// Runs the command on that host with a fault in front of kSgDouble.
+host::Result RunWith(const std::string &fault)
+{
+    MakeHost();
+    return host::RunCommand("", "", "LD_PRELOAD='" VD_FAULT_DOUBLE " " + host::kSgDouble + "' VD_FAULT=" + fault);
+}
+
 TEST_P(FaultTest, DeletesNoHealthyDisk)
 {
-    const std::string preload = "LD_PRELOAD='" VD_FAULT_DOUBLE " " + host::kSgDouble + "' ";
-    MakeHost();
-    (void)host::RunCommand("", "", preload + "VD_CALLS=/run/calls");
+    (void)RunWith("0:0");
     std::istringstream calls(host::Content("/run/calls"));
-    int number = 0, faults = 0, kills = 0;
+    int number = 0, faults = 0;
     for (std::string call; std::getline(calls, call);) {
         if (++number % kShards != GetParam()) {
             continue;
         }
-        const std::string function = call.substr(2, call.find(' ', 2) - 2);
-        const auto errors = kErrors.find(function);
+        const auto errors = kErrors.find(call.substr(2, call.find(' ', 2) - 2));
         for (const int error : errors == kErrors.end() ? kOnlyNoMemory : errors->second) {
+            const std::string fault = std::to_string(number) + ":" + std::to_string(error);
+            const testing::ScopedTrace trace(__FILE__, __LINE__, fault + " {" + call + "}");
             ++faults;
-            MakeHost();
-            const host::Result run =
-                host::RunCommand("", "", preload + "VD_FAULT=" + std::to_string(number) + ":" + std::to_string(error));
-            const std::string context =
-                "call " + std::to_string(number) + " {" + call + "} errno " + std::to_string(error);
-            ASSERT_EQ(run.status, 0) << context << "\n" << run.err;
-            ASSERT_EQ(run.err, "") << context;
+            const host::Result run = RunWith(fault);
+            ASSERT_EQ(run.status, 0) << run.err;
+            ASSERT_EQ(run.err, "");
             std::istringstream writes(run.writes);
             for (std::string write; std::getline(writes, write);) {
-                const std::string disk = write.substr(0, write.find('/'));
-                ASSERT_TRUE(write.find("/delete") == std::string::npos || kStale.contains(disk))
-                    << context << ": " << write;
+                const bool isStale = kStale.contains(write.substr(0, write.find('/')));
+                ASSERT_TRUE(write.find("/delete") == std::string::npos || isStale) << write;
             }
             if (run.out.find("there is one other vdRescan_plus running") != std::string::npos) {
-                ASSERT_TRUE(call.find("/run/vdRescan_plus.pid") != std::string::npos) << context;
-                ASSERT_EQ(run.writes, "") << context;
+                ASSERT_NE(call.find("/run/vdRescan_plus.pid"), std::string::npos);
+                ASSERT_EQ(run.writes, "");
                 continue;
             }
+            const std::string done = run.writes + host::Content(host::kNvmeCalls);
             for (const std::string &rescan : kRescans) {
-                const std::string done = run.writes + host::Content(host::kNvmeCalls);
-                ASSERT_TRUE(done.find(rescan) != std::string::npos || Concerns(call, rescan))
-                    << context << ": " << rescan;
+                ASSERT_TRUE(done.find(rescan) != std::string::npos || Concerns(call, rescan)) << rescan;
             }
         }
         // Killed there, the command leaves the lock free.
-        ++kills;
-        (void)host::RunCommand("", "", preload + "VD_FAULT=" + std::to_string(number) + ":-1");
+        (void)RunWith(std::to_string(number) + ":-1");
         const int fd = open("/run/vdRescan_plus.pid", O_RDWR | O_CREAT, 0600);
         struct flock lock = {};
         lock.l_type = F_WRLCK;
@@ -114,7 +110,7 @@ TEST_P(FaultTest, DeletesNoHealthyDisk)
         (void)close(fd);
     }
     ASSERT_GT(number, 500);
-    std::printf("calls %d, faults injected %d, kills %d\n", number, faults, kills);
+    std::printf("calls %d, faults injected %d\n", number, faults);
 }
 
 INSTANTIATE_TEST_SUITE_P(Shard, FaultTest, testing::Range(0, kShards));

@@ -2,7 +2,6 @@
 
 #include <linux/close_range.h>
 #include <sched.h>
-#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -27,61 +26,40 @@ const std::string kSgDouble = VD_SG_DOUBLE;
 
 namespace {
 
-std::string g_refusal = "the namespace was not entered";
+bool g_entered = false;
 dev_t g_device = 0;                                            // the one file system of all that is made up
 std::map<std::string, std::vector<std::uint64_t>> g_sessions;  // LUNs that each target reports
 int g_diskCount = 0;
 
-std::string Failed(const std::string &what) { return what + ": " + std::strerror(errno); }
-
-// Returns why the namespace cannot be entered, or an empty text.
-std::string EnterNamespace()
+bool EnterNamespace()
 {
     const std::string uid = std::to_string(getuid()), gid = std::to_string(getgid());
     if (unshare(uid == "0" ? CLONE_NEWNS : CLONE_NEWUSER | CLONE_NEWNS) != 0) {
-        return Failed("mount namespace");
+        return false;
     }
     if (uid != "0") {
         std::ofstream("/proc/self/setgroups") << "deny";
         std::ofstream("/proc/self/uid_map") << "0 " + uid + " 1";
         std::ofstream("/proc/self/gid_map") << "0 " + gid + " 1";
     }
-    struct stat status = {};
-    const bool isPrivate = mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
-    for (const char *name : {"/sys", "/run", "/dev", "/etc", "/opt"}) {
-        (void)mount("none", name, nullptr, MS_REC | MS_PRIVATE, nullptr);  // fails where it is no mount point
-    }
-    if (mount("made_up_host", "/opt", "tmpfs", 0, "mode=755") != 0 || stat("/opt", &status) != 0) {
-        return Failed("mount");
-    }
     // "/" of a chroot may be no mount point. Then it must show that the parent does not see what is mounted here.
-    const std::string parents = "/proc/" + std::to_string(getppid()) + "/root/opt";
-    struct stat seen = {};
-    if (!isPrivate && (stat(parents.c_str(), &seen) != 0 || seen.st_dev == status.st_dev)) {
-        (void)umount2("/opt", MNT_DETACH);
-        return "mounts would show outside";
-    }
-    for (const std::string name : {"/sys", "/run", "/dev", "/etc", "/opt"}) {
-        const std::string made = "/opt" + name, real = made + "/.host";
-        fs::create_directories(real);
-        // The rest of the system needs what stands in these two: it stays, as links.
-        if (name == "/dev" || name == "/etc") {
-            if (mount(name.c_str(), real.c_str(), nullptr, MS_BIND | MS_REC, nullptr) != 0) {
-                return Failed(real);
-            }
-            for (const fs::directory_entry &entry : fs::directory_iterator(real)) {
-                const std::string file = entry.path().filename();
-                if (!file.starts_with("sg") && file != "vd_plus.conf") {
-                    fs::create_symlink(".host/" + file, made + "/" + file);
-                }
-            }
-        }
-        if (mount(made.c_str(), name.c_str(), nullptr, MS_BIND | MS_REC, nullptr) != 0) {
-            return Failed(name);
-        }
-    }
+    const std::string script = "parent=" + std::to_string(getppid()) + R"sh(
+        exec 2> /dev/null
+        mount --make-rprivate / && private=yes
+        for name in sys run dev etc opt; do mount --make-rprivate /$name; done
+        set -e
+        mount -t tmpfs -o mode=755 made_up_host /opt
+        [ "$private" ] || { seen=$(stat -c %d /proc/$parent/root/opt) && [ "$seen" != "$(stat -c %d /opt)" ]; } ||
+            { umount -l /opt; exit 1; }
+        cd /opt
+        mkdir -p sys run dev/.host etc opt
+        mount --rbind /dev dev/.host
+        for name in sys run dev etc opt; do mount --rbind $name /$name; done)sh";
+    const bool isMade = std::system(script.c_str()) == 0;
+    struct stat status = {};
+    (void)stat("/opt", &status);
     g_device = status.st_dev;
-    return "";
+    return isMade;
 }
 
 std::string Hex(std::uint64_t value, int digits)
@@ -91,11 +69,21 @@ std::string Hex(std::uint64_t value, int digits)
     return text;
 }
 
+std::string Bytes(std::string hex)
+{
+    std::erase(hex, ' ');
+    std::string bytes;
+    for (std::size_t at = 0; at + 1 < hex.size(); at += 2) {
+        bytes += static_cast<char>(std::stoi(hex.substr(at, 2), nullptr, 16));
+    }
+    return bytes;
+}
+
 }  // namespace
 
 void Enter()
 {
-    g_refusal = EnterNamespace();
+    g_entered = EnterNamespace();
     (void)close_range(3, ~0U, CLOSE_RANGE_CLOEXEC);  // `nvme` must inherit only what the command itself leaves open
     (void)setenv("PATH", ("/run/bin:" + std::string(std::getenv("PATH"))).c_str(), 1);
     (void)setenv("SYSTEMD_DEVICE_VERIFY_SYSFS", "0", 1);
@@ -105,11 +93,11 @@ void Reset()
 {
     for (const char *directory : {"/sys", "/run", "/dev", "/etc", "/opt"}) {
         for (const fs::directory_entry &entry : fs::directory_iterator(directory)) {
-            if (!entry.is_symlink() || !fs::read_symlink(entry).string().starts_with(".host/")) {
-                Remove(entry.path());
-            }
+            Remove(entry.path());
         }
     }
+    Link("/dev/null", ".host/null");
+    Link("/dev/full", ".host/full");
     g_sessions.clear();
     g_diskCount = 0;
     for (const char *directory : {"/opt/Veridane_NVMe/log", "/sys/class", "/sys/bus"}) {
@@ -117,44 +105,38 @@ void Reset()
     }
     Put(kConfig, "[vendors]\nvendor_id=ZENTRA, product_id=ARRAY9000\n");
     // Of the descriptors above 2, only the shell's own of this script may be there.
-    Put("/run/bin/nvme",
-        "#!/bin/sh\nexec 1>> " + kNvmeCalls + "\necho \"$*\"\n" +
-            "find /proc/$$/fd -type l ! -name '[012]' ! -lname /run/bin/nvme -printf 'inherited %l\\n'\n"
-            "[ ! -e \"" +
-            kNvmeFail + "${2##*/}\" ]\n");
+    Put("/run/bin/nvme", R"(#!/bin/sh
+exec 1>> /run/nvme.calls
+echo "$*"
+find /proc/$$/fd -type l ! -name '[012]' ! -lname /run/bin/nvme -printf 'inherited %l\n'
+[ ! -e "/run/nvme.fail.${2##*/}" ]
+)");
     fs::permissions("/run/bin/nvme", fs::perms::owner_all);
     Link("/run/bin/vdRescan_plus", VD_COMMAND);
 }
 
-void Put(const std::string &path, const std::string &content)
+// Makes room for a new file at the path.
+const std::string &Cleared(const std::string &path)
 {
     Remove(path);
     fs::create_directories(fs::path(path).parent_path());
-    std::ofstream(path) << content;
+    return path;
 }
 
-void Link(const std::string &path, const std::string &target)
-{
-    Remove(path);
-    fs::create_directories(fs::path(path).parent_path());
-    fs::create_symlink(target, path);
-}
+void Put(const std::string &path, const std::string &content) { std::ofstream(Cleared(path)) << content; }
+
+void Link(const std::string &path, const std::string &target) { fs::create_symlink(target, Cleared(path)); }
 
 void Remove(const std::string &path)
 {
     // A file of the real system is never touched, whatever went wrong before.
     struct stat status = {};
-    if (g_refusal.empty() && lstat(path.c_str(), &status) == 0 && status.st_dev == g_device) {
+    if (g_entered && lstat(path.c_str(), &status) == 0 && status.st_dev == g_device) {
         fs::remove_all(path);
     }
 }
 
-std::string Content(const std::string &path)
-{
-    std::ostringstream content;
-    content << std::ifstream(path).rdbuf();
-    return content.str();
-}
+std::string Content(const std::string &path) { return (std::ostringstream() << std::ifstream(path).rdbuf()).str(); }
 
 void AddDevice(const std::string &className, const std::string &sysPath)
 {
@@ -165,8 +147,7 @@ void AddDevice(const std::string &className, const std::string &sysPath)
 
 std::string HostDir(int number)
 {
-    const std::string name = "host" + std::to_string(number);
-    return "/sys/devices/platform/" + name + "/scsi_host/" + name;
+    return "/sys/devices/platform/host" + std::to_string(number) + "/scsi_host/host" + std::to_string(number);
 }
 
 void AddScsiHost(int number)
@@ -188,16 +169,14 @@ std::string Wwn(const std::string &hctl)
     return "6a1b2c3d4e5f" + Hex(h, 4) + Hex(c, 4) + Hex(t, 4) + Hex(l, 8);
 }
 
-std::string LunRule(const std::vector<std::uint64_t> &luns)
+std::string LunAnswer(const std::vector<std::uint64_t> &luns)
 {
-    std::string rule = "a0 * data " + Hex(8 * luns.size(), 8) + "00000000";
+    std::string answer = "00000000" + Hex(8 * luns.size(), 8) + "00000000";
     for (const std::uint64_t lun : luns) {
-        rule += Hex(lun & 0xffff, 4) + Hex(lun >> 16 & 0xffff, 4) + Hex(lun >> 32 & 0xffff, 4) + Hex(lun >> 48, 4);
+        answer += Hex(lun & 0xffff, 4) + Hex(lun >> 16 & 0xffff, 4) + Hex(lun >> 32 & 0xffff, 4) + Hex(lun >> 48, 4);
     }
-    return rule + "\n";
+    return answer;
 }
-
-std::string PageRule(const std::string &wwn) { return "12 * data 0083001401030010" + wwn + "\n"; }
 
 void AddDisk(const Disk &disk)
 {
@@ -213,14 +192,18 @@ void AddDisk(const Disk &disk)
     Put(directory + "/wwid", "naa." + Wwn(disk.hctl) + "\n");
     Put(directory + "/delete", "");
     Link(directory + "/generic", "scsi_generic/" + sgName);
-    const std::string page = PageRule(disk.now.empty() ? Wwn(disk.hctl) : disk.now);
-    Put("/dev/" + sgName, disk.rules.empty() ? page + "see /dev/sg.luns." + session + "\n" : disk.rules);
+    Put("/dev/" + sgName, "");
+    Link("/dev/" + sgName + ".a0", "sg.luns." + session);
+    Put("/dev/" + sgName + ".12", Bytes("000000000083001401030010" + (disk.now.empty() ? Wwn(disk.hctl) : disk.now)));
+    for (const auto &[command, answer] : disk.answers) {
+        Put("/dev/" + sgName + "." + command, Bytes(answer));
+    }
 }
 
 Result RunCommand(const std::string &args, const std::string &input, const std::string &environment)
 {
     for (const auto &[session, luns] : g_sessions) {
-        Put("/dev/sg.luns." + session, LunRule(luns));
+        Put("/dev/sg.luns." + session, Bytes(LunAnswer(luns)));
     }
     Remove("/run/writes");
     Put("/run/in", input);
@@ -234,24 +217,22 @@ Result RunCommand(const std::string &args, const std::string &input, const std::
 
 std::string RecordsAt(const std::string &level, const std::string &trace)
 {
-    static const std::regex kPrefix(R"(\[\d+\]\[[^\]]*\]\[\w{16}\]\[(\w+) *\]\[(\w+) *\]\[(\w+): \d+\])");
+    const std::regex prefix(R"(\[\d+\]\[[^\]]*\]\[\w{16}\]\[(\w+) *\]\[(\w+) *\]\[(\w+): \d+\])");
+    std::istringstream records(std::regex_replace(trace, prefix, "\x01$1 $2 $3: "));
     std::string text;
-    for (std::sregex_iterator at(trace.begin(), trace.end(), kPrefix), end; at != end;) {
-        const std::smatch match = *at++;
-        if (match.str(1) == level) {
-            text += match.str(2) + " " + match.str(3) + ": ";
-            text += at == end ? match.suffix().str() : at->prefix().str();
-        }
+    for (std::string record; std::getline(records, record, '\x01');) {
+        text += record.starts_with(level + " ") ? record.substr(level.size() + 1) : "";
     }
-    return text;
+    return std::regex_replace(text, std::regex("line \\d+ exception"), "line N exception");
 }
 
 }  // namespace host
 
 void HostTest::SetUp()
 {
-    if (!host::g_refusal.empty()) {
-        GTEST_SKIP() << host::g_refusal;
+    [[maybe_unused]] static const bool isFirst = (host::Enter(), true);
+    if (!host::g_entered) {
+        GTEST_SKIP() << "there is no mount namespace to be had: " << std::strerror(errno);
     }
     host::Reset();
     ASSERT_EQ(RET_OK, SCAN_InitLog());

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -16,7 +17,7 @@ inline const std::string kNvmeCalls = "/run/nvme.calls";  // one line for each c
 inline const std::string kNvmeFail = "/run/nvme.fail.";   // with a controller's name: its rescan fails
 inline const std::string kFabrics = "/sys/devices/virtual/nvme-fabrics/ctl/";
 
-// Enters the namespace; called once, before any test. Where it cannot, the tests of HostTest stand aside.
+// Enters the namespace; called once. HostTest does so itself, and its tests stand aside where it cannot.
 void Enter();
 
 // Empties the host: no device, no record, and a supported-device list with ZENTRA ARRAY9000.
@@ -36,18 +37,17 @@ std::string HostDir(int number);
 // A disk that is healthy unless told otherwise: the target reports its LUN, and its page 0x83 holds its WWN.
 struct Disk {
     std::string hctl;
-    std::string now = {};    // the WWN that its page 0x83 holds now, where that is not Wwn(hctl)
-    bool reported = true;    // false: the target does not report its LUN
-    std::string rules = {};  // rules of its generic node, in place of the answers above: sg_double.cpp
+    std::string now = {};  // the WWN that its page 0x83 holds now, where that is not Wwn(hctl)
+    bool reported = true;  // false: the target does not report its LUN
+    std::map<std::string, std::string> answers = {};  // of its generic node, in place of those: sg_double.cpp
 };
 void AddDisk(const Disk &disk);                // its generic node is /dev/sg0 for the first disk, and so on
 std::string DiskDir(const std::string &hctl);  // the directory of its attributes
 std::string Wwn(const std::string &hctl);      // 32 digits, others for each disk
 
-// Rules of a generic node: answers from a list of LUNs or a WWN as wire bytes, and no answer at all.
-std::string LunRule(const std::vector<std::uint64_t> &luns);
-std::string PageRule(const std::string &wwn);
-inline const std::string kDead = "* * errno 19\n";
+// Answers of a generic node in hexadecimal digits: a list of LUNs, and no answer to any command.
+std::string LunAnswer(const std::vector<std::uint64_t> &luns);
+inline const std::map<std::string, std::string> kDead = {{"a0", "13000000"}, {"12", "13000000"}};
 
 struct Result {
     int status;  // exit status; above 123 when the command was ended by its time limit or by a signal
