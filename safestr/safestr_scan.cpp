@@ -28,7 +28,7 @@ struct Arguments {
     va_list list;
 };
 
-// One conversion specification of a format: "%*12lld" has suppressed, width "12", length "ll", conversion "d".
+// One conversion of a format: "%*12lld" has suppressed, width "12", length "ll", conversion "d".
 struct Directive {
     bool suppressed;
     std::string_view width;
@@ -65,7 +65,7 @@ std::string_view TakeAny(std::string_view &rest, std::string_view set, std::size
     return taken;
 }
 
-// Takes a conversion specification from `rest`, which stands behind its '%'.
+// Takes a conversion from `rest`, which stands behind its '%'.
 Directive TakeDirective(std::string_view &rest)
 {
     Directive directive{};

@@ -225,6 +225,7 @@ TEST_F(HostTest, WithoutAnAudienceOrNvmeTheRunGoesOn)
         AddDisk({.hctl = "2:0:0:3", .reported = false});
         EXPECT_EQ("2:0:0:3/delete 1\nhost2/scan - - -\nhost3/scan - - -\n", RunCommand("", "", environment).writes);
         EXPECT_EQ("ns-rescan /dev/nvme2\n", Content(kNvmeCalls));
+        EXPECT_EQ("1- - -", Content(DiskDir("2:0:0:3") + "/delete") + Content(HostDir(2) + "/scan"));  // and no NUL
         EXPECT_GT(10U, Content("/run/vdRescan_plus.pid").size());  // no line of the output
     }
 }

@@ -68,6 +68,7 @@ TEST(SafeString, EveryFailureIsAResultAndNothingStaleSurvivesIt)
         {CALL(sscanf_s("longer", "%s", d, 4U)), "", 0, ".#"},
         {CALL(sscanf_s("key longer", "%s %s", d, 4U, second, 4U)), "", 1, "key.#"},
         {CALL(std::string(second).empty()), "", 1, ""},
+        {CALL(sscanf_s("abcd", "%3c", d, 3U)), "", 1, "abc#"},
     };
     for (const Case &c : cases) {
         std::string buffer = c.before;
