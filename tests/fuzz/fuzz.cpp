@@ -138,7 +138,8 @@ namespace {
         CHECK(std::sscanf(numbers, "%llu:%llu:%llu:%llu", &h, &c, &t, &l) == 4);
         CHECK(disk.host == h && disk.channel == c && disk.target == t && disk.lun == l);
         CHECK(disk.host == session.host && disk.channel == session.channel && disk.target == session.target);
-        CHECK(std::strcmp(disk.vendor, "V") == 0 && std::strcmp(disk.product, "P") == 0);
+        // Groups "\\x20" behind the product do not count.
+        CHECK(std::strcmp(disk.vendor, "V") == 0 && std::strspn(disk.product, "P\\x20") == std::strlen(disk.product));
         CHECK(std::strlen(disk.wwid) == kWwnLength && std::strncmp(disk.sgName, "/dev/sg", 7) == 0);
     }
     SCAN_FreeAllScsiSession();
