@@ -57,9 +57,12 @@ void Record(const char *node, int flags, const sg_io_hdr &header)
 
 }  // namespace
 
-// Its only caller hands over a header; <sys/ioctl.h> declares it otherwise.
-extern "C" int ioctl(int fd, unsigned long /*request*/, sg_io_hdr *header)
+// <sys/ioctl.h> declares it otherwise. Programs beside the command may want other requests.
+extern "C" int ioctl(int fd, unsigned long request, sg_io_hdr *header)
 {
+    if (request != SG_IO) {
+        return static_cast<int>(syscall(SYS_ioctl, fd, request, header));
+    }
     static int attempts[1 << 14][256];  // of each node and opcode
     char node[512], path[600];
     PathOf(fd, node);
