@@ -9,7 +9,7 @@
 #include <chrono>
 #include <cstdio>
 
-#include "host.h"
+#include "command.h"
 #include "shape.h"
 
 namespace {
@@ -29,23 +29,22 @@ struct Cost {
     double wall = 1e9, user = 1e9, system = 1e9, peakKiB = 1e9;
 };
 
-void MakeHost(const Shape &shape)
+void MakeMachine(const Shape &shape)
 {
-    host::Reset();
-    host::AddScsiHost(0);
+    machine::StartOver();
+    machine::AddScsiHost(0);
     std::string list = "[vendors]\n";
     for (unsigned int i = 1; i < shape.entries; ++i) {
         list += "vendor_id=ZENTRA,product_id=OTHER" + std::to_string(i) + "\n";
     }
-    host::Put(host::kConfig, list + "vendor_id=ZENTRA,product_id=ARRAY9000\n");
+    machine::Put(machine::kConfig, list + "vendor_id=ZENTRA,product_id=ARRAY9000\n");
     for (unsigned int session = 0; session < shape.sessions; ++session) {
         for (unsigned int lun = 0; lun < shape.luns; ++lun) {
-            host::AddDisk({.hctl = "0:0:" + std::to_string(session) + ":" + std::to_string(lun),
-                           .now = IsChanged(lun) ? host::Wwn("9:9:9:9") : "",
-                           .reported = !IsRemoved(lun)});
+            machine::AddDisk({.hctl = "0:0:" + std::to_string(session) + ":" + std::to_string(lun),
+                              .now = IsChanged(lun) ? machine::Wwn("9:9:9:9") : "",
+                              .isReported = !IsRemoved(lun)});
         }
     }
-    (void)host::RunCommand("-nc");  // writes the LUN lists
 }
 
 double Seconds(const timeval &time)
@@ -56,13 +55,13 @@ double Seconds(const timeval &time)
 // Runs the program once and keeps the least cost: what else the machine does only adds.
 void Run(const char *program, Cost &cost)
 {
-    host::Remove(host::kLog);
-    host::Put("/run/writes", "");
+    machine::Remove(machine::kLog);
+    machine::Put("/run/writes", "");
     const auto start = std::chrono::steady_clock::now();
     const pid_t child = fork();
     if (child == 0) {
         (void)dup2(open("/run/out", O_WRONLY | O_CREAT | O_TRUNC, 0600), STDOUT_FILENO);
-        (void)setenv("LD_PRELOAD", host::kSgDouble.c_str(), 1);
+        (void)setenv("LD_PRELOAD", machine::kSgDouble.c_str(), 1);
         (void)execl(program, program, nullptr);
         _exit(127);
     }
@@ -82,7 +81,7 @@ void Run(const char *program, Cost &cost)
 
 int main(int argc, char *argv[])
 {
-    host::Enter();
+    machine::Enter();
     std::printf("%-15s %7s %9s %8s %8s %9s %9s %8s %7s %9s\n", "shape", "disks", "wall ms", "user ms", "sys ms",
                 "us/disk", "floor ms", "x floor", "growth", "B/disk");
     double before = 0;
@@ -91,7 +90,7 @@ int main(int argc, char *argv[])
             continue;
         }
         const double disks = shape.sessions * shape.luns;
-        MakeHost(shape);
+        MakeMachine(shape);
         Cost tool, floor;
         for (int round = 0; round < kRounds; ++round) {
             Run("/run/bin/vdRescan_plus", tool);

@@ -1,12 +1,12 @@
 #include <regex>
 
-#include "host.h"
+#include "command.h"
 #include "udev_line.h"
 #include "udev_product.h"
 #include "udev_reader.h"
 #include "udev_settings.h"
 
-using namespace host;
+using namespace machine;
 using namespace std::string_literals;
 
 namespace {
@@ -27,7 +27,7 @@ std::string Load(const std::string &file)
     return text + RecordsAt("ERROR");
 }
 
-TEST_F(HostTest, SupportedDevicesAreReadLineByLine)
+TEST_F(MachineTest, SupportedDevicesAreReadLineByLine)
 {
     EXPECT_EQ("", Load("[Vendors]\nvendor_id=V\n") + Load(""));
     // A product line that is filled up to 511 characters; an unknown key takes a value of any length.
@@ -44,9 +44,10 @@ TEST_F(HostTest, SupportedDevicesAreReadLineByLine)
         {"vendor_id=ZEN\\TRA\nX\nvendor_id=V\nvendor_id=W", "|ZENTRAX||\n|V||\n"},
         {" vendor_id = \"ZEN TRA\"; \x80\xff\r\nvendor_id=V\0W,driver=d\n"s, "|ZENTRA||\n|V||\n"},
         {",vendor_id=V,,product_id=P,driver=d,ruler_name=r,\n", "r|V|P|d\n"},
-        {"vendor_id=V,product_id=P,driver=d,ruler_name=r,x=y\n", "UDEV UDEV_DivisionString: more than buffer length."},
+        {"vendor_id=V,product_id=P,driver=d,ruler_name=r,x=y\n",
+         "UDEV UDEV_DivisionString: more than buffer length.\n"},
         {"vendor_id=V,driver=,product_id\nvendor_id=V=W\n", "|V||\n|V||\n"},
-        {"vendor_id=V,=\n", "UDEV UDEV_DivisionString: sscanf_s failed."},
+        {"vendor_id=V,=\n", "UDEV UDEV_DivisionString: sscanf_s failed.\n"},
         {"driver=d,vendor_id=" + y63 + ",product_id=P\n", "|" + y63 + "|P|d\n"},
         {"driver=d,vendor_id=y" + y63 + ",product_id=P\n", "||P|d\n"},
         {"a remark\nVendor_id=V\n[vendors]\n[hosts]\n", "|||\n|||\n|||\n"}};
@@ -55,7 +56,7 @@ TEST_F(HostTest, SupportedDevicesAreReadLineByLine)
     }
 }
 
-TEST_F(HostTest, OnlyWholeNamesAreSupported)
+TEST_F(MachineTest, OnlyWholeNamesAreSupported)
 {
     Put(kConfig, "[vendors]\nvendor_id=ZENTRA,product_id=ARRAY9000\nvendor_id=NOVACORE\n");
     ASSERT_EQ(1, UDEV_InitConfig());
@@ -74,8 +75,9 @@ TEST_F(HostTest, OnlyWholeNamesAreSupported)
     UDEV_FreeProductList();
     EXPECT_EQ(0, UDEV_DeviceIsSupport("ZENTRA", "ARRAY9000"));
     EXPECT_EQ(
-        "UDEV UDEV_MatchProductStr: sprintf_s failed.UDEV UDEV_MatchProductStr: sprintf_s failed."
-        "UDEV UDEV_DeviceIsSupport: list is NULL.",
+        "UDEV UDEV_MatchProductStr: sprintf_s failed.\n"
+        "UDEV UDEV_MatchProductStr: sprintf_s failed.\n"
+        "UDEV UDEV_DeviceIsSupport: list is NULL.\n",
         RecordsAt("ERROR"));
 }
 
@@ -94,7 +96,7 @@ std::string LoadSettings(const std::string &file)
     return text + "\n" + RecordsAt("WARN") + RecordsAt("ERROR");
 }
 
-TEST_F(HostTest, SettingsKeepToTheirRanges)
+TEST_F(MachineTest, SettingsKeepToTheirRanges)
 {
     const std::string line510 = "dev_loss_tmo=7" + std::string(496, 'x'), line511 = line510 + "x";
     const std::string noNumber = "1 0 0 1 \nUDEV UDEV_HandVdLinuxCfgReadLine: sscanf_s {dev_loss_tmo ";
@@ -128,7 +130,7 @@ TEST_F(HostTest, SettingsKeepToTheirRanges)
     }
 }
 
-TEST_F(HostTest, WhatFailsWithTheSettingsIsToldToTheCaller)
+TEST_F(MachineTest, WhatFailsWithTheSettingsIsToldToTheCaller)
 {
     char out[3] = {};
     EXPECT_EQ(RET_OK, UDEV_GetVdLinuxCfgValue("scsi_timeout", out, sizeof out));
@@ -154,7 +156,7 @@ TEST_F(HostTest, WhatFailsWithTheSettingsIsToldToTheCaller)
         RecordsAt("ERROR"));
 }
 
-TEST_F(HostTest, MissingArgumentsAreRefusedWithARecord)
+TEST_F(MachineTest, MissingArgumentsAreRefusedWithARecord)
 {
     char text[9] = "a=b";
     std::int32_t index = 0;

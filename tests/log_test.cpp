@@ -7,15 +7,15 @@
 #include <ctime>
 #include <regex>
 
-#include "host.h"
+#include "command.h"
 #include "udev_line.h"
 #include "util_sysfs.h"
 
-using namespace host;
+using namespace machine;
 
 namespace {
 
-TEST_F(HostTest, RecordsOfBothModulesShareOneFormatAndOneSequence)
+TEST_F(MachineTest, RecordsOfBothModulesShareOneFormatAndOneSequence)
 {
     Remove(kConfig);
     const std::string trace = RunCommand().trace;
@@ -42,9 +42,9 @@ TEST_F(HostTest, RecordsOfBothModulesShareOneFormatAndOneSequence)
     EXPECT_EQ("[1][", RunCommand().trace.substr(0, 4));  // appended, and counted from 1 again
 }
 
-TEST_F(HostTest, WithoutItsDirectoryTheTraceIsLostAndNothingElse)
+TEST_F(MachineTest, WithoutItsDirectoryTheTraceIsLostAndNothingElse)
 {
-    AddDisk({.hctl = "2:0:0:1", .reported = false});
+    AddDisk({.hctl = "2:0:0:1", .isReported = false});
     const Result traced = RunCommand();
     Remove("/opt/Veridane_NVMe");
     const Result result = RunCommand();
@@ -52,7 +52,7 @@ TEST_F(HostTest, WithoutItsDirectoryTheTraceIsLostAndNothingElse)
     EXPECT_EQ("", Content(kLog));
 }
 
-TEST_F(HostTest, SyslogTakesTheMessagesOfUtilitiesInPlaceOfTheTrace)
+TEST_F(MachineTest, SyslogTakesTheMessagesOfUtilitiesInPlaceOfTheTrace)
 {
     const int daemon = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     const sockaddr_un address = {AF_UNIX, "/dev/log"};

@@ -2,15 +2,17 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <functional>
-#include <map>
-#include <numeric>
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
 #include <regex>
 #include <sstream>
 
-#include "host.h"
+#include "command.h"
+#include "table.h"
 
-using namespace host;
+using namespace machine;
 
 namespace {
 
@@ -18,130 +20,197 @@ const std::string kScans =
     "start scan scsi host......\n    scan host2 success.\n    scan host3 success.\nend scan scsi host.\n"
     "start scan nvme ctrl......\n    scan nvme2 success.\nend scan nvme ctrl.\nvdRescan_plus end.\n";
 
+using Lines = std::vector<std::string>;
+
+Lines LinesOf(const std::string &text, const std::string &before = "")
+{
+    Lines lines;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);) {
+        lines.push_back(before + line);
+    }
+    return lines;
+}
+
 void AddTargets()
 {
-    Reset();
+    StartOver();
     AddScsiHost(2);
     AddScsiHost(3);
     AddDevice("nvme", kFabrics + "nvme2");
 }
 
-// What the pattern finds in the text, each in the form of `format`.
-std::string Each(const std::string &text, const std::string &pattern, const char *format)
-{
-    std::string found;
-    const std::regex regex(pattern);
-    for (std::sregex_iterator at(text.begin(), text.end(), regex), end; at != end; ++at) {
-        found += at->format(format);
-    }
-    return found;
-}
-
 // A run that prints and records `report` and has then deleted exactly the disks that it claims to have deleted.
-// Whatever it does with the disks, every target is rescanned, as `scans` claims. Returns its trace.
-std::string CheckRun(const std::string &report, const std::string &args = "", const std::string &input = "",
-                     const std::string &scans = kScans)
+// Whatever it does with the disks, every target is rescanned. Returns its trace.
+std::string CheckRun(const std::string &report, const std::string &args = "", const std::string &input = "")
 {
     Remove(kNvmeCalls);
     const Result result = RunCommand(args, input);
-    EXPECT_EQ("vdRescan_plus start...\n" + report + scans, result.out);
-    EXPECT_EQ(report.substr(0, std::min(report.find("If you want"), report.find("delete all"))),
-              std::regex_replace(RecordsAt("WARN", result.trace),
-                                 std::regex("SCAN SCAN_Print(NoConnect|Removed|Remapped): "), ""));
-    EXPECT_EQ(Each(report, "    delete (\\S+) success", "$1/delete 1\n") +
-                  Each(scans, "    scan (host\\d+) success", "$1/scan - - -\n"),
-              result.writes);
-    EXPECT_EQ(Each(scans, "    scan (nvme\\d+) ", "ns-rescan /dev/$1\n"), Content(kNvmeCalls));
+    EXPECT_EQ("vdRescan_plus start...\n" + report + kScans, result.out);
+    std::string writes;
+    const std::regex deletion("    delete (\\S+) success");
+    for (std::sregex_iterator at(report.begin(), report.end(), deletion), end; at != end; ++at) {
+        writes += at->str(1) + "/delete 1\n";
+    }
+    EXPECT_EQ(writes + "host2/scan - - -\nhost3/scan - - -\n", result.writes);
+    EXPECT_EQ("ns-rescan /dev/nvme2\n", Content(kNvmeCalls));
     EXPECT_EQ(0, result.status);
     EXPECT_EQ("", result.err);
     return result.trace;
 }
 
-TEST_F(HostTest, EveryListedRun)
+// The lines that one of the two lists has and the other has not, without the common beginning and end.
+std::string Difference(const Lines &expected, const Lines &found)
 {
-    std::vector<std::pair<std::regex, std::string>> lets = {{std::regex(R"(\\n)"), "\n"}};
-    std::map<std::string, std::string> texts, answers;
-    int runs = 0;
-    // What a line means by its first word, where it is no text; `a` is its second word and `b` the rest.
-    using Meaning = std::function<void(const std::string &a, const std::string &b)>;
-    const std::map<std::string, Meaning> meanings = {
-        {"let", [&](auto &a, auto &b) { lets.emplace_back(a, b); }},
-        {"answer", [&](auto &a, auto &b) { answers[a] = b; }},
-        {"dead", [&](auto &, auto &) { answers = kDead; }},
-        {"luns",
-         [&](auto &a, auto &b) {
-             std::vector<std::uint64_t> luns(std::stoul(b) - std::stoul(a) + 1);
-             std::iota(luns.begin(), luns.end(), std::stoul(a));
-             answers["a0"] = LunAnswer(luns);
-         }},
-        {"disk",
-         [&](auto &a, auto &b) {
-             AddDisk({a, b.starts_with("now ") ? b.substr(4) : "", b != "unmapped", answers});
-             answers.clear();
-         }},
-        {"device", AddDevice},
-        {"put", Put},
-        {"link", Link},
-        {"remove", [](auto &a, auto &) { Remove(a); }},
-        {"socket", [](auto &a, auto &) { Remove(a), (void)mknod(a.c_str(), S_IFSOCK | 0600, 0); }},  // cannot be opened
-    };
-    // A file left open here would reach `nvme`.
-    std::istringstream list(std::regex_replace(Content(VD_RUNS) + "\n", std::regex(" ; "), "\n"));
-    AddTargets();
-    for (std::string line; std::getline(list, line);) {
-        for (const auto &[name, text] : lets) {
-            line = std::regex_replace(line, name, text);
-        }
-        const std::size_t second = line.find(' ') + 1, third = std::min(line.find(' ', second), line.size() - 1) + 1;
-        const std::string word = line.substr(0, line.find(' '));
-        if (meanings.contains(word)) {
-            meanings.at(word)(line.substr(second, line.find(' ', second) - second), line.substr(third));
-        } else if (!line.empty()) {
-            ASSERT_NE(std::string::npos, std::string("# ## | s ! i >").find(word)) << line;
-            texts[word] += line.substr(second) + "\n";
-        } else if (texts.contains("#")) {
-            const testing::ScopedTrace trace(VD_RUNS, ++runs, texts["#"]);
-            const std::string &scans = texts["s"].empty() ? kScans : texts["s"];
-            const std::string records = CheckRun(texts["|"], "", "", scans), sent = Content("/dev/sg0.log");
-            EXPECT_EQ(texts["!"], RecordsAt("ERROR", records));
-            EXPECT_NE(std::string::npos, RecordsAt("INFO", records).find(texts["i"])) << texts["i"] << records;
-            EXPECT_TRUE(texts[">"].empty() || texts[">"] == sent) << sent;
-            texts.clear();
-            AddTargets();
-        }
+    const auto [from, foundFrom] = std::mismatch(expected.begin(), expected.end(), found.begin(), found.end());
+    auto to = expected.end();
+    auto foundTo = found.end();
+    while (to != from && foundTo != foundFrom && *(to - 1) == *(foundTo - 1)) {
+        --to;
+        --foundTo;
     }
-    EXPECT_LT(50, runs);
+    std::string text;
+    std::for_each(from, to, [&text](const std::string &line) { text += "missing: " + line + "\n"; });
+    std::for_each(foundFrom, foundTo, [&text](const std::string &line) { text += "found:   " + line + "\n"; });
+    return text;
 }
 
-TEST_F(HostTest, OnlyAYesDeletesInMutualMode)
+// Records of a level that the operator does not see.
+Lines Unseen(const Result &result, const std::string &level, const std::string &word)
 {
-    const std::string x255(255, 'x'), x256(256, 'x');
-    // In front of the input: whether it deletes, and how many of its answers are invalid.
-    for (const std::string &row :
-         std::vector<std::string>{"+0yes\n", "+0y\n", "+0YES\n", "+0Y\n", "+1Yes\ny\n", "+2\n\nyes\n", "+0yes",
-                                  "+1" + x256 + "yes\n", "+1" + x255 + "\nyes\n", "-0no\n", "-0n\nyes\n", "-0NO\n",
-                                  "-0N\n", "-3 yes\nyes \nyess\nn\n", "-0", "-1yess", "-1" + x256}) {
-        const testing::ScopedTrace trace(__FILE__, __LINE__, row);
-        const bool isDeleted = row[0] == '+';
-        const std::string input = row.substr(2), first = input.substr(0, std::min(input.find('\n'), x255.size()) + 1);
+    Lines records;
+    for (const std::string &record : LinesOf(RecordsAt(level, result.trace))) {
+        if (result.out.find(record.substr(record.find(": ") + 2)) == std::string::npos) {
+            records.push_back(word + " " + record);
+        }
+    }
+    return records;
+}
+
+// The lines of `all` that are of one kind: with the same beginning up to a colon as a line of `named`.
+Lines OfNamedOperations(const Lines &all, const Lines &named)
+{
+    Lines lines;
+    std::copy_if(all.begin(), all.end(), std::back_inserter(lines), [&named](const std::string &line) {
+        const std::string operation = line.substr(0, line.find(':'));
+        return std::any_of(named.begin(), named.end(),
+                           [&operation](const std::string &name) { return name.starts_with(operation + ":"); });
+    });
+    return lines;
+}
+
+std::vector<table::Case> ListedRuns()
+{
+    try {
+        std::ifstream file(VD_RUNS);
+        return table::Read(file, VD_RUNS);
+    } catch (const std::runtime_error &error) {
+        (void)std::fprintf(stderr, "%s\n", error.what());
+        std::exit(1);
+    }
+}
+
+class ListedRun : public MachineTest, public testing::WithParamInterface<table::Case> {};
+
+TEST_P(ListedRun, ComesOutAsListed)
+{
+    AddTargets();
+    for (const auto &step : GetParam().machine) {
+        step();
+    }
+    const Result result = RunCommand();
+    Lines expected = GetParam().expected;
+    const bool allInfo = std::erase(expected, "info all") > 0;
+    std::string difference;
+    for (const std::string word : {"prints", "deletes", "error", "info", "sends"}) {
+        Lines wanted;
+        std::copy_if(expected.begin(), expected.end(), std::back_inserter(wanted),
+                     [&word](const std::string &line) { return line.starts_with(word + " "); });
+        Lines found;
+        if (word == "prints") {
+            found = LinesOf(result.out, "prints ");
+            wanted.insert(wanted.begin(), "prints vdRescan_plus start...");
+            const Lines scans = LinesOf(kScans, "prints ");
+            wanted.insert(wanted.end(), scans.begin(), scans.end());
+        } else if (word == "deletes") {
+            found =
+                LinesOf(std::regex_replace(result.writes, std::regex("(\\S+)/delete 1|(\\S+ - - -)"), "deletes $1$2"));
+            wanted.insert(wanted.end(), {"deletes host2/scan - - -", "deletes host3/scan - - -"});
+        } else if (word == "error") {
+            found = Unseen(result, "ERROR", word);
+        } else if (word == "info") {
+            found = Unseen(result, "INFO", word);
+            found = allInfo ? found : OfNamedOperations(found, wanted);
+        } else if (!wanted.empty()) {
+            found = LinesOf(Content("/dev/sg0.log"), "sends ");
+        }
+        difference += Difference(wanted, found);
+    }
+    // The report is recorded as it is printed.
+    Lines report;
+    for (const std::string &line : expected) {
+        if (line.starts_with("prints ") && line.find(" delete ") == std::string::npos) {
+            report.push_back(line.substr(line.find(' ') + 1));
+        }
+    }
+    const std::regex operation("SCAN SCAN_Print(NoConnect|Removed|Remapped): ");
+    difference += Difference(report, LinesOf(std::regex_replace(RecordsAt("WARN", result.trace), operation, "")));
+    if (!difference.empty() || result.status != 0 || !result.err.empty()) {
+        ADD_FAILURE_AT(VD_RUNS, GetParam().line) << difference << result.err << "\n" << GetParam().text;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Runs, ListedRun, testing::ValuesIn(ListedRuns()),
+                         [](const auto &run) { return run.param.name; });
+
+TEST_F(MachineTest, OnlyAYesDeletesInMutualMode)
+{
+    const std::string x255(255, 'x');
+    const std::string x256(256, 'x');
+    const struct {
+        std::string input;
+        std::string first;  // what of it is taken for the first answer
+        int retries;
+        bool deletes;
+    } cases[] = {
+        {"yes\n", "yes\n", 0, true},
+        {"y\n", "y\n", 0, true},
+        {"YES\n", "YES\n", 0, true},
+        {"Y\n", "Y\n", 0, true},
+        {"Yes\ny\n", "Yes\n", 1, true},
+        {"\n\nyes\n", "\n", 2, true},
+        {"yes", "yes", 0, true},
+        {x255 + "\nyes\n", x255 + "\n", 1, true},
+        {x256 + "yes\n", x256, 1, true},
+        {"no\n", "no\n", 0, false},
+        {"n\nyes\n", "n\n", 0, false},
+        {"NO\n", "NO\n", 0, false},
+        {"N\n", "N\n", 0, false},
+        {" yes\nyes \nyess\nn\n", " yes\n", 3, false},
+        {"", "", 0, false},
+        {"yess", "yess", 1, false},
+        {x256, x256, 1, false},
+    };
+    for (const auto &c : cases) {
+        const testing::ScopedTrace trace(__FILE__, __LINE__, "input {" + c.input + "}");
         std::string report =
             "there are many scsi disk removed, include below 1 scsi disk:\n    2:0:0:3\n"
             "If you want delete all map view changed scsi disk, please input [yes], or input [no]:";
-        for (int retries = row[1] - '0'; retries > 0; --retries) {
+        for (int i = 0; i < c.retries; ++i) {
             report += "Error: Invalid input!\nRetry input [yes|no]: ";
         }
-        report += isDeleted ? "delete all map view changed scsi disk:\n    delete 2:0:0:3 success.\n" : "";
+        report += c.deletes ? "delete all map view changed scsi disk:\n    delete 2:0:0:3 success.\n" : "";
         AddTargets();
-        AddDisk({.hctl = "2:0:0:3", .reported = false});
-        const std::string records = RecordsAt("INFO", CheckRun(report, isDeleted ? "-m" : "--mutual", input));
-        EXPECT_NE(std::string::npos, records.find("SCAN SCAN_ReadUserYesOrNo: input {" + first + "}\n"));
+        AddDisk({.hctl = "2:0:0:3", .isReported = false});
+        const std::string records = RecordsAt("INFO", CheckRun(report, c.deletes ? "-m" : "--mutual", c.input));
+        EXPECT_NE(std::string::npos, records.find("SCAN SCAN_ReadUserYesOrNo: input {" + c.first + "}\n"));
     }
 }
 
-TEST_F(HostTest, OptionsAreTakenWholeOrNotAtAll)
+TEST_F(MachineTest, OptionsAreTakenWholeOrNotAtAll)
 {
     AddTargets();
-    AddDisk({.hctl = "2:0:0:3", .reported = false});
+    AddDisk({.hctl = "2:0:0:3", .isReported = false});
     for (const char *args : {"-nc", "--nocheck", "-nc -m", "-m -nc", "--nocheck --mutual", "-m --nocheck"}) {
         CheckRun("", args);
     }
@@ -163,7 +232,97 @@ If no parameter, it will silently check and remove the stale devices, and then s
     }
 }
 
-TEST_F(HostTest, OnlyRootRunsIt)
+TEST_F(MachineTest, EveryTargetIsTriedAndOnlyFabricsControllersAreRescanned)
+{
+    const std::string tooLong = "/sys/devices/" + std::string(226, 'x') + "/scsi_host/host4";  // of 255 characters
+    const std::string digits57(57, '1');
+    AddTargets();
+    Remove(HostDir(2) + "/scan");
+    AddDevice("scsi_host", tooLong);
+    AddDevice("scsi_host", "/sys/devices/hostless");
+    AddDevice("nvme", "/sys/devices/pci0000:00/0000:00:04.0/nvme/nvme0");
+    AddDevice("nvme", kFabrics + "nvme1");
+    AddDevice("nvme", kFabrics + "nvme1c2");
+    AddDevice("nvme", kFabrics + "nvme1" + digits57);   // a name of 62 characters
+    AddDevice("nvme", kFabrics + "nvme11" + digits57);  // and one of 63
+    Put(kNvmeFail + "nvme1", "");
+    const Result result = RunCommand();
+    EXPECT_EQ(
+        "vdRescan_plus start...\n"
+        "start scan scsi host......\n"
+        "    scan host2 fail.\n"
+        "    scan host3 success.\n"
+        "    scan host4 fail.\n"
+        "end scan scsi host.\n"
+        "start scan nvme ctrl......\n"
+        "    scan nvme1 fail.\n"
+        "    scan nvme1" +
+            digits57 +
+            " success.\n"
+            "    scan nvme2 success.\n"
+            "end scan nvme ctrl.\n"
+            "vdRescan_plus end.\n",
+        result.out);
+    EXPECT_EQ("host3/scan - - -\n", result.writes);
+    EXPECT_EQ("ns-rescan /dev/nvme1\nns-rescan /dev/nvme1" + digits57 + "\nns-rescan /dev/nvme2\n",
+              Content(kNvmeCalls));
+    EXPECT_EQ(
+        "SCAN SCAN_HandUdevScsiHost: get host num by scsi host path{/sys/devices/hostless} fail.\n"
+        "SCAN SCAN_HandUdevNvmeHost: nvme strtok ctrl by path{/sys/devices/pci0000:00/0000:00:04.0/nvme/nvme0} fail.\n"
+        "SCAN SCAN_CreateNvmeCtrl: strncpy_s ctrl failed by{nvme11" +
+            digits57 +
+            "}.\n"
+            "SCAN SCAN_CreateNvmeCtrl: get the ctrl{nvme1c2} is invalid.\n"
+            "UDEV INTF_UTIL_Write: open file{" +
+            HostDir(2) +
+            "/scan} failed!\n"
+            "SCAN SCAN_ScanScsiHost: fail.\n"
+            "UDEV INTF_UTIL_Write: open file{/scan} failed!\n"
+            "SCAN SCAN_ScanScsiHost: fail.\n"
+            "SCAN SCAN_ScanNvmeCtrl: fail.\n",
+        RecordsAt("ERROR", result.trace));
+}
+
+TEST_F(MachineTest, ClassesThatCannotBeListedAreReported)
+{
+    AddTargets();
+    Put("/sys/class", "");
+    const Result result = RunCommand();
+    EXPECT_EQ(
+        "vdRescan_plus start...\n"
+        "ERROR: get scsi host fail by udev.\n"
+        "ERROR: get nvme ctrl fail by udev.\n"
+        "ERROR: get scsi disk fail by udev.\n"
+        "start scan scsi host......\n"
+        "end scan scsi host.\n"
+        "start scan nvme ctrl......\n"
+        "end scan nvme ctrl.\n"
+        "vdRescan_plus end.\n",
+        result.out);
+    EXPECT_EQ(
+        "UDEV INTF_UTIL_UdevGetDevice: udev enumerate scan fail with ret{-20}.\n"
+        "SCAN SCAN_GetAllScanTargets: ERROR: get scsi host fail by udev.\n"
+        "UDEV INTF_UTIL_UdevGetDevice: udev enumerate scan fail with ret{-20}.\n"
+        "SCAN SCAN_GetAllScanTargets: ERROR: get nvme ctrl fail by udev.\n"
+        "UDEV INTF_UTIL_UdevGetDevice: udev enumerate scan fail with ret{-20}.\n"
+        "SCAN SCAN_GetAllScsiDisk: ERROR: get scsi disk fail by udev.\n",
+        RecordsAt("ERROR", result.trace));
+}
+
+// A descriptor that is left open for each disk would soon leave none to ask with, and a healthy session would count as
+// not connected.
+TEST_F(MachineTest, ManyDisksNeedFewDescriptors)
+{
+    AddTargets();
+    for (int lun = 0; lun < 40; ++lun) {
+        AddDisk({.hctl = "2:0:0:" + std::to_string(lun)});
+    }
+    const Result result = RunCommand("", "", "sh -c 'ulimit -n 24; exec \"$0\"'");
+    EXPECT_EQ("vdRescan_plus start...\n" + kScans, result.out);
+    EXPECT_EQ("", RecordsAt("ERROR", result.trace));
+}
+
+TEST_F(MachineTest, OnlyRootRunsIt)
 {
     if (std::system("unshare --user true 2> /run/err") != 0) {
         GTEST_SKIP() << "no user namespace to be another user in";
@@ -177,7 +336,7 @@ TEST_F(HostTest, OnlyRootRunsIt)
     EXPECT_NE(0, access("/run/vdRescan_plus.pid", F_OK));
 }
 
-TEST_F(HostTest, OneRunAtATime)
+TEST_F(MachineTest, OneRunAtATime)
 {
     const std::string pidFile = "/run/vdRescan_plus.pid", record = "SCAN SCAN_CheckOnlyOneRun: ";
     AddTargets();
@@ -216,13 +375,13 @@ TEST_F(HostTest, OneRunAtATime)
               RecordsAt("ERROR", CheckRun("")));
 }
 
-TEST_F(HostTest, WithoutAnAudienceOrNvmeTheRunGoesOn)
+TEST_F(MachineTest, WithoutAnAudienceOrNvmeTheRunGoesOn)
 {
     AddTargets();
     EXPECT_NE(std::string::npos, RunCommand("-nc", "", "PATH=/nowhere").out.find("    scan nvme2 fail.\n"));
     for (const std::string environment : {"sh -c 'exec \"$0\" >&-'", "sh -c '(sleep 0.1; exec \"$0\") | :'"}) {
         AddTargets();
-        AddDisk({.hctl = "2:0:0:3", .reported = false});
+        AddDisk({.hctl = "2:0:0:3", .isReported = false});
         EXPECT_EQ("2:0:0:3/delete 1\nhost2/scan - - -\nhost3/scan - - -\n", RunCommand("", "", environment).writes);
         EXPECT_EQ("ns-rescan /dev/nvme2\n", Content(kNvmeCalls));
         EXPECT_EQ("1- - -", Content(DiskDir("2:0:0:3") + "/delete") + Content(HostDir(2) + "/scan"));  // and no NUL

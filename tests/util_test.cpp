@@ -1,9 +1,9 @@
-#include "host.h"
+#include "command.h"
 #include "util_string.h"
 #include "util_sysfs.h"
 #include "util_udev.h"
 
-using namespace host;
+using namespace machine;
 
 namespace {
 
@@ -30,7 +30,7 @@ TEST(UtilString, KeepsToItsFieldAndItsCharacters)
     EXPECT_STREQ("0aff", hex);
 }
 
-TEST_F(HostTest, AttributesAreReadOnceAndWithinTheirBounds)
+TEST_F(MachineTest, AttributesAreReadOnceAndWithinTheirBounds)
 {
     const auto read = [](const std::string &directory, const char *file, int length) {
         char buffer[9] = {};
@@ -50,7 +50,7 @@ TEST_F(HostTest, AttributesAreReadOnceAndWithinTheirBounds)
               RecordsAt("ERROR"));
 }
 
-TEST_F(HostTest, AVanishedDeviceStillReachesItsHandler)
+TEST_F(MachineTest, AVanishedDeviceStillReachesItsHandler)
 {
     static std::string handled;
     handled.clear();
