@@ -1,0 +1,11 @@
+// What fault_test tells fault_double to do in a run of the command.
+#pragma once
+
+// One platform call of the run fails.
+struct FaultOrder {
+    int call;   // its number, counted from 1; 0: none, and the run appends a line for each call to /run/calls
+    int error;  // the errno that it fails with, or one of these
+};
+
+inline constexpr int kShortTransfer = 0;  // a read or write is short; a program that is run ends with 1
+inline constexpr int kKill = -1;          // the process is killed there
