@@ -6,3 +6,18 @@ help() {
     sed -n '1d; /^#/!q; s/^# \{0,1\}//p' "$0"
     exit 0
 }
+
+# skip REASON: ends the calling check with the exit status that marks a skipped one; names it with its folder.
+skip() {
+    echo "$(basename "$(dirname "$0")")/${0##*/}: skipped: $1"
+    exit 77
+}
+
+# require COMMAND...: skips the calling check unless all of these can be run.
+require() {
+    missing=
+    for command; do
+        command -v "$command" > /dev/null || missing="$missing $command"
+    done
+    [ -z "$missing" ] || skip "not found:$missing"
+}
