@@ -56,7 +56,7 @@ unmap() {
 cut_off() {
     put "$iscsi:$1/tpgt_1" enable=0
     rmdir "$iscsi:$1/tpgt_1/np/127.0.0.1:3260"
-    timeout 30 sh -c "until grep -q transport-offline /sys/class/scsi_device/$2/device/state; do sleep 1; done"
+    timeout 600 sh -c "until grep -q transport-offline /sys/class/scsi_device/$2/device/state; do sleep 1; done"
 }
 
 # subsystem: an NVMe subsystem, reached through TCP.

@@ -3,6 +3,8 @@
 # tool's own words) with what it should hold.
 
 said=/run/said
+# Seconds against hanging only; all of it takes one or two.
+hang=600
 seen=
 want=
 
@@ -12,15 +14,19 @@ fail() { echo "FAILED: $*"; exit 1; }
 # run [OPTION...]: the tool, with nothing to read.
 run() {
     echo "\$ vdRescan_plus${*:+ $*}"
-    timeout 60 vdRescan_plus "$@" < /dev/null | tee "$said" | sed 's/^/    | /' ||
+    timeout "$hang" vdRescan_plus "$@" < /dev/null | tee "$said" | sed 's/^/    | /' ||
         fail "vdRescan_plus did not end well"
 }
 
-# answer WORD [OPTION...]: the tool at a terminal, where WORD is typed after a while.
+# answer WORD [OPTION...]: the tool at a terminal, where WORD is typed once it asks.
 answer() {
+    local typescript=/run/typescript
     echo "\$ vdRescan_plus ${*:2}"
-    (sleep 5; echo "$1") | timeout 60 script -qec "vdRescan_plus ${*:2}" /dev/null |
-        sed 's/\r$//; s/^/    | /' || fail "vdRescan_plus did not end well, or took no answer"
+    rm -f "$typescript"
+    { until grep -qs 'input \[no\]:' "$typescript"; do sleep 0.2; done; echo "$1"; } |
+        timeout "$hang" script -qfec "vdRescan_plus ${*:2}" "$typescript" > "$said" ||
+        fail "vdRescan_plus did not end well, or took no answer"
+    sed 's/\r$//; s/^/    | /' "$said"
 }
 
 # look: every disk and namespace as a line to compare (state) and a line to show (table).
@@ -59,7 +65,7 @@ expect() {
         esac
     done
     want=$(sort <<< "$want" | grep .)
-    for _ in {1..15}; do
+    for _ in {1..120}; do
         sleep 1
         look
         [ "$state" = "$want"$'\n' ] && break
