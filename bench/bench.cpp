@@ -1,5 +1,5 @@
-// Times the command against the floor, in turn, on made-up hosts of several shapes, and prints a table. With a name as
-// argument only the shapes whose name begins with it.
+// Times the command against the baseline, in turn, on made-up hosts of several shapes, and prints a table. With a name
+// as argument only the shapes whose name begins with it.
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -18,7 +18,9 @@ constexpr int kRounds = 5;
 
 struct Shape {
     const char *name;
-    unsigned int sessions, luns, entries;  // entries: of the supported-device list; the last one fits
+    unsigned int sessions;
+    unsigned int luns;     // of each session
+    unsigned int entries;  // of the supported-device list; the last one fits
 };
 
 constexpr Shape kShapes[] = {{"usual", 4, 64, 1},         {"usual", 4, 256, 1},         {"usual", 16, 256, 1},
@@ -26,7 +28,10 @@ constexpr Shape kShapes[] = {{"usual", 4, 64, 1},         {"usual", 4, 256, 1}, 
                              {"long list", 64, 256, 1000}};
 
 struct Cost {
-    double wall = 1e9, user = 1e9, system = 1e9, peakKiB = 1e9;
+    double wall = 1e9;  // seconds
+    double user = 1e9;
+    double system = 1e9;
+    double peakKiB = 1e9;
 };
 
 void MakeMachine(const Shape &shape)
@@ -83,7 +88,7 @@ int main(int argc, char *argv[])
 {
     machine::Enter();
     std::printf("%-15s %7s %9s %8s %8s %9s %9s %8s %7s %9s\n", "shape", "disks", "wall ms", "user ms", "sys ms",
-                "us/disk", "floor ms", "x floor", "growth", "B/disk");
+                "us/disk", "base ms", "x base", "growth", "B/disk");
     double before = 0;
     for (const Shape &shape : kShapes) {
         if (argc > 1 && std::string(shape.name).find(argv[1]) != 0) {
@@ -91,15 +96,16 @@ int main(int argc, char *argv[])
         }
         const double disks = shape.sessions * shape.luns;
         MakeMachine(shape);
-        Cost tool, floor;
+        Cost tool;
+        Cost baseline;
         for (int round = 0; round < kRounds; ++round) {
             Run("/run/bin/vdRescan_plus", tool);
-            Run(VD_FLOOR, floor);
+            Run(VD_BASELINE, baseline);
         }
         std::printf("%-15s %7.0f %9.1f %8.1f %8.1f %9.1f %9.1f %8.2f %7.2f %9.0f\n", shape.name, disks, 1e3 * tool.wall,
-                    1e3 * tool.user, 1e3 * tool.system, 1e6 * tool.wall / disks, 1e3 * floor.wall,
-                    tool.wall / floor.wall, before == 0 ? 1 : tool.wall / before,
-                    1024 * (tool.peakKiB - floor.peakKiB) / disks);
+                    1e3 * tool.user, 1e3 * tool.system, 1e6 * tool.wall / disks, 1e3 * baseline.wall,
+                    tool.wall / baseline.wall, before == 0 ? 1 : tool.wall / before,
+                    1024 * (tool.peakKiB - baseline.peakKiB) / disks);
         before = tool.wall;
         (void)std::fflush(stdout);
     }

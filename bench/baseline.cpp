@@ -23,7 +23,8 @@ constexpr char kRecord[] =
     "ZENTRA, ARRAY9000, 6a1b2c3d4e5f60718293a4b5c6d7e8f9, /dev/sg1234} finish.\n";
 
 struct Disk {
-    std::string directory, node;
+    std::string directory;
+    std::string node;
     unsigned long lun;
 };
 
@@ -54,7 +55,8 @@ void Put(const std::string &path, const char *text)
 
 void Send(const std::string &node, unsigned char operation, unsigned char size, void *data, unsigned int length)
 {
-    unsigned char command[12] = {operation}, sense[32];
+    unsigned char command[12] = {operation};
+    unsigned char sense[32];
     sg_io_hdr header = {};
     header.interface_id = 'S';
     header.dxfer_direction = SG_DXFER_FROM_DEV;
@@ -114,44 +116,58 @@ std::size_t EndOfSession(std::size_t from)
     return end;
 }
 
+// The LUN list with buffers that grow as far as it takes, and the name of every disk that is in it.
+void AskSession(std::size_t from, std::size_t end)
+{
+    static char answer[1 << 18];
+    const auto listSize = static_cast<unsigned int>(8 * (end - from) + 8);
+    Send(g_disks[from].node, 0xA0, 12, answer, 4096);
+    if (listSize > 4096) {
+        Send(g_disks[from].node, 0xA0, 12, answer, listSize);
+    }
+    for (std::size_t records = 0; records <= (end - from) / 25; ++records) {
+        Record();  // its LUNs, about 25 to a record
+    }
+    for (std::size_t i = from; i < end; ++i) {
+        if (!IsRemoved(g_disks[i].lun)) {
+            Send(g_disks[i].node, 0x12, 6, answer, 1024);
+        }
+    }
+}
+
+// Each stale disk has a line in the report and one for its deletion.
+void DeleteStaleDisks()
+{
+    for (const Disk &disk : g_disks) {
+        if (IsRemoved(disk.lun) || IsChanged(disk.lun)) {
+            Print();
+            Put(disk.directory + "/delete", "1");
+            Print();
+        }
+    }
+}
+
 }  // namespace
 
 int main()
 {
-    static char answer[1 << 18];
     udev *context = udev_new();
     std::vector<std::string> hosts;
     Print();
-    Walk(context, "scsi_host", [&hosts](const std::string &path) { hosts.push_back(path), Record(); });
+    Walk(context, "scsi_host", [&hosts](const std::string &path) {
+        hosts.push_back(path);
+        Record();
+    });
     Walk(context, "nvme", [](const std::string & /*path*/) {});
     Walk(context, "scsi_disk", ReadDisk);
     (void)udev_unref(context);
-    for (std::size_t from = 0, end = 0; from < g_disks.size(); from = end) {
+    std::size_t end = 0;
+    for (std::size_t from = 0; from < g_disks.size(); from = end) {
         end = EndOfSession(from);
         Record();  // the session
-        const auto listSize = static_cast<unsigned int>(8 * (end - from) + 8);
-        for (unsigned int size = 4096; size < 2 * listSize || size == 4096; size = std::max(2 * size, listSize)) {
-            Send(g_disks[from].node, 0xA0, 12, answer, std::max(4096U, std::min(size, listSize)));
-        }
-        for (std::size_t records = 0; records <= (end - from) / 25; ++records) {
-            Record();  // its LUNs, about 25 to a record
-        }
-        for (std::size_t i = from; i < end; ++i) {
-            if (!IsRemoved(g_disks[i].lun)) {
-                Send(g_disks[i].node, 0x12, 6, answer, 1024);
-            }
-        }
+        AskSession(from, end);
     }
-    for (const bool isDelete : {false, true}) {
-        for (const Disk &disk : g_disks) {
-            if (IsRemoved(disk.lun) || IsChanged(disk.lun)) {
-                if (isDelete) {
-                    Put(disk.directory + "/delete", "1");
-                }
-                Print();
-            }
-        }
-    }
+    DeleteStaleDisks();
     for (const std::string &host : hosts) {
         Print();
         Put(host + "/scan", "- - -");
