@@ -76,6 +76,7 @@ std::string AnswerPath(const std::string &node, Query query, int attempt)
 void SetRoot(const std::string &root)
 {
     g_root = root;
+    fs::create_directories(root + "/opt");
     struct stat status = {};
     if (stat((root + "/opt").c_str(), &status) == 0) {
         g_device = status.st_dev;

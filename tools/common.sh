@@ -13,11 +13,14 @@ skip() {
     exit 77
 }
 
-# require COMMAND...: skips the calling check unless all of these can be run.
+# require COMMAND...: skips the calling check unless all of these can be run. Where VD_NOTHING_MISSING is set, as ./test
+# does after it has installed everything, the check fails instead.
 require() {
     missing=
     for command; do
         command -v "$command" > /dev/null || missing="$missing $command"
     done
-    [ -z "$missing" ] || skip "not found:$missing"
+    [ -n "$missing" ] || return 0
+    [ -z "${VD_NOTHING_MISSING:-}" ] || { echo "${0##*/}: not found:$missing" >&2; exit 1; }
+    skip "not found:$missing"
 }
