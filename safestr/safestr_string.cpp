@@ -104,7 +104,10 @@ char *strtok_s(char *string, const char *delimiters, char **context)
     }
     char *token = rest + std::strspn(rest, delimiters);
     char *end = token + std::strcspn(token, delimiters);
-    *context = *end == '\0' ? end : end + 1;
-    *end = '\0';
+    *context = end;
+    if (*end != '\0') {
+        *end = '\0';
+        *context = end + 1;
+    }
     return *token == '\0' ? nullptr : token;
 }

@@ -18,7 +18,9 @@
 // Returns 0, 22, 34, 150 (null `src`), 162 (`count` above kMaxBufferSize, or the text does not fit) or 182 (overlap).
 [[nodiscard]] int strncpy_s(char *dest, std::size_t destMax, const char *src, std::size_t count);
 
-// Returns the next token of `string`, or of `*context` where `string` is null, and null when none is left; the
-// delimiter behind the token is overwritten with NUL. All state stands in `*context`, which each call moves on.
+// Returns the next token of `string`, or of `*context` where `string` is null, and null when none is left. The
+// delimiter behind the token is overwritten with NUL; nothing else of the text is written, so that a call that meets no
+// delimiter behind the token works on a read-only text. All state stands in `*context`, which each call moves on and
+// which points at the terminator once the text is used up.
 // A null `delimiters` or `context` gives null and changes nothing; an empty `delimiters` makes the rest one token.
 [[nodiscard]] char *strtok_s(char *string, const char *delimiters, char **context);

@@ -29,6 +29,7 @@ TEST(SafeString, EveryFailureIsAResultAndNothingStaleSurvivesIt)
     unsigned int u = 0, v = 0;
     unsigned long large = 0;
     char second[4] = "old", *context = nullptr;
+    char *readOnly = const_cast<char *>(",ab"), *noToken = const_cast<char *>(",,");
     const Case cases[] = {
         {CALL(memcpy_s(d, 5, t256.data(), 256)), "", 162, ".....#"},
         {CALL(memcpy_s(d, 3, nullptr, 2)), "", 150, "...#"},
@@ -57,6 +58,9 @@ TEST(SafeString, EveryFailureIsAResultAndNothingStaleSurvivesIt)
         {CALL(strncpy_s(d, 9, d + 2, 2)), "abcd", 182, ".bcd"},
         {CALL(strtok_s(nullptr, ",", &context) == nullptr), "", 1, ""},
         {CALL(strtok_s(d, "", &context) == d && context == d + 2), "a;.", 1, "a;."},
+        {CALL(strtok_s(readOnly, ",", &context) == readOnly + 1 && context == readOnly + 3), "", 1, ""},
+        {CALL(strtok_s(nullptr, ",", &context) == nullptr && context == readOnly + 3), "", 1, ""},
+        {CALL(strtok_s(noToken, ",", &context) == nullptr && context == noToken + 2), "", 1, ""},
         {CALL(sprintf_s(d, kTooLarge, "%d", 123)), "", -1, "#"},
         {CALL(sprintf_s(d, 9, "a%lc", wint_t{0x20ac})), "", -1, "."},
         {CALL(sscanf_s("3:4294967295", "%u:%u", &u, &v)), "", 2, ""},
