@@ -46,6 +46,7 @@ struct Scan {
     const char *position;
     Arguments args;
     int assigned;
+    bool completed;  // a conversion was done, assigned or suppressed
 };
 
 const char *SkipSpace(const char *text)
@@ -110,43 +111,52 @@ Outcome Convert(Scan &scan, const Directive &directive, std::string_view length,
         return result == EOF ? Outcome::InputFailure : Outcome::MatchingFailure;
     }
     scan.position += consumed;
+    scan.completed = true;
     return Outcome::Matched;
 }
 
 // Stores `value` into the next argument as `Signed`, or as its unsigned twin for an unsigned `value`; false when it
 // does not fit.
 template <typename Signed, typename Value>
-bool StoreAs(Arguments &args, bool suppressed, Value value)
+bool StoreAs(Arguments &args, Value value)
 {
     using Number = std::conditional_t<std::is_signed_v<Value>, Signed, std::make_unsigned_t<Signed>>;
-    Number *dest = suppressed ? nullptr : va_arg(args.list, Number *);
-    if (!std::in_range<Number>(value)) {
+    auto *dest = va_arg(args.list, Number *);
+    if (dest == nullptr || !std::in_range<Number>(value)) {
         return false;
     }
-    if (dest != nullptr) {
-        *dest = static_cast<Number>(value);
-    }
+    *dest = static_cast<Number>(value);
     return true;
 }
 
 // Stores `value` as the integer type that the length modifier names.
 template <typename Value>
-bool StoreInteger(Arguments &args, const Directive &directive, Value value)
+bool StoreInteger(Arguments &args, std::string_view length, Value value)
 {
-    if (directive.length == "hh") {
-        return StoreAs<signed char>(args, directive.suppressed, value);
+    if (length == "hh") {
+        return StoreAs<signed char>(args, value);
     }
-    if (directive.length == "h") {
-        return StoreAs<short>(args, directive.suppressed, value);
+    if (length == "h") {
+        return StoreAs<short>(args, value);
     }
-    if (directive.length.empty()) {
-        return StoreAs<int>(args, directive.suppressed, value);
+    if (length.empty()) {
+        return StoreAs<int>(args, value);
     }
-    if (directive.length == "ll") {
-        return StoreAs<long long>(args, directive.suppressed, value);
+    if (length == "ll") {
+        return StoreAs<long long>(args, value);
     }
     static_assert(sizeof(long) == sizeof(std::intmax_t) && sizeof(long) == sizeof(std::ptrdiff_t));
-    return StoreAs<long>(args, directive.suppressed, value);  // l, j, z and t
+    return StoreAs<long>(args, value);  // l, j, z and t
+}
+
+// Goes over a field without assigning it, so that no type limits it.
+Outcome SkipField(Scan &scan, const Directive &directive)
+{
+    if (directive.Kind() == 'n') {
+        return Outcome::Matched;  // reads nothing
+    }
+    bool overflow = false;
+    return Convert<char>(scan, directive, directive.length, nullptr, overflow);
 }
 
 template <typename Value>
@@ -161,10 +171,10 @@ Outcome ScanInteger(Scan &scan, const Directive &directive)
     }
     // The C library wraps "-1" into an unsigned type.
     const bool wrapped = std::is_unsigned_v<Value> && *sign == '-' && value != 0;
-    if (overflow || wrapped || !StoreInteger(scan.args, directive, value)) {
+    if (overflow || wrapped || !StoreInteger(scan.args, directive.length, value)) {
         return Outcome::MatchingFailure;
     }
-    scan.assigned += directive.suppressed ? 0 : 1;
+    ++scan.assigned;
     return Outcome::Matched;
 }
 
@@ -181,13 +191,12 @@ Outcome ScanValue(Scan &scan, const Directive &directive)
     if constexpr (std::is_floating_point_v<Value>) {
         overflow = overflow && std::isinf(value);  // a result that is merely tiny still fits
     }
-    if (overflow) {
+    auto *dest = va_arg(scan.args.list, Value *);
+    if (dest == nullptr || overflow) {
         return Outcome::MatchingFailure;
     }
-    if (!directive.suppressed) {
-        *va_arg(scan.args.list, Value *) = value;
-        ++scan.assigned;
-    }
+    *dest = value;
+    ++scan.assigned;
     return Outcome::Matched;
 }
 
@@ -238,9 +247,8 @@ bool StoreText(void *dest, unsigned int size, std::string_view field, bool wide,
 Outcome ScanText(Scan &scan, const Directive &directive)
 {
     const char *begin = directive.Kind() == 's' ? SkipSpace(scan.position) : scan.position;
-    bool overflow = false;
-    const Outcome outcome = Convert<char>(scan, directive, directive.length, nullptr, overflow);
-    if (outcome != Outcome::Matched || directive.suppressed) {
+    const Outcome outcome = SkipField(scan, directive);
+    if (outcome != Outcome::Matched) {
         return outcome;
     }
     void *dest = va_arg(scan.args.list, void *);
@@ -268,6 +276,9 @@ Outcome MatchCharacter(Scan &scan, char expected)
 
 Outcome ScanDirective(Scan &scan, const Directive &directive)
 {
+    if (directive.suppressed && directive.Kind() != '%') {
+        return SkipField(scan, directive);
+    }
     switch (directive.Kind()) {
         case 'd':
         case 'i':
@@ -295,7 +306,7 @@ Outcome ScanDirective(Scan &scan, const Directive &directive)
         case '[':
             return ScanText(scan, directive);
         case 'n':
-            return StoreInteger(scan.args, directive, static_cast<std::intmax_t>(scan.position - scan.input))
+            return StoreInteger(scan.args, directive.length, std::intmax_t{scan.position - scan.input})
                        ? Outcome::Matched
                        : Outcome::MatchingFailure;
         case '%':
@@ -346,13 +357,13 @@ int vsscanf_s(const char *input, const char *format, va_list list)
     if (input == nullptr || format == nullptr) {
         return -1;
     }
-    Scan scan{input, input, {}, 0};
+    Scan scan{input, input, {}, 0, false};
     va_copy(scan.args.list, list);
     const std::size_t length = std::strlen(input);
     int result = -1;
     if (!SAFE_IsValidSize(length)) {
         ResetFirstText(format, scan.args);
-    } else if (ScanAll(scan, format) != Outcome::InputFailure || scan.assigned > 0) {
+    } else if (ScanAll(scan, format) != Outcome::InputFailure || scan.completed) {
         result = scan.assigned;
     }
     va_end(scan.args.list);

@@ -67,6 +67,8 @@ TEST(SafeString, EveryFailureIsAResultAndNothingStaleSurvivesIt)
         {CALL(sscanf_s("3:4294967296", "%u:%u", &u, &v)), "", 1, ""},
         {CALL(sscanf_s("18446744073709551616", "%lu", &large)), "", 0, ""},
         {CALL(sscanf_s("-18446744073709551615", "%u", &u)), "", 0, ""},
+        {CALL(sscanf_s("5", "%*d%d", d)), "", 0, "#"},
+        {CALL(sscanf_s("18446744073709551616abc", "%*d%s", d, 4U)), "", 1, "abc.#"},
         {CALL(sscanf_s("  ", "%u:%u", &u, &v)), "", -1, ""},
         {CALL(sscanf_s("", "%s %s", d, 4U, second, 4U)), "", -1, ".#"},
         {CALL(sscanf_s("longer", "%s", d, 4U)), "", 0, ".#"},

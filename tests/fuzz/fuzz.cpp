@@ -177,7 +177,9 @@ namespace {
         input.size() < kSize && format.find("hh") == std::string::npos && input.find('-') == std::string::npos &&
         std::count_if(input.begin(), input.end(), [](unsigned char c) { return std::isxdigit(c) != 0; }) < 4;
     if (allFit && !input.empty()) {
-        CHECK(count == std::sscanf(input.c_str(), format.c_str(), theirs[0], theirs[1], theirs[2]));
+        const int expected = std::sscanf(input.c_str(), format.c_str(), theirs[0], theirs[1], theirs[2]);
+        // Where the input ends, the C library does not take a suppressed conversion for a done one.
+        CHECK(count == expected || (format.find('*') != std::string::npos && count == 0 && expected == EOF));
         CHECK(std::memcmp(ours, theirs, sizeof ours) == 0);
     }
 }
