@@ -115,38 +115,38 @@ Outcome Convert(Scan &scan, const Directive &directive, std::string_view length,
     return Outcome::Matched;
 }
 
-// Stores `value` into the next argument as `Signed`, or as its unsigned twin for an unsigned `value`; false when it
-// does not fit.
+// Stores a number into the next argument as `Signed`, or as its unsigned twin for an unsigned `magnitude`, which may
+// stand behind a minus sign; false when the magnitude does not fit.
 template <typename Signed, typename Value>
-bool StoreAs(Arguments &args, Value value)
+bool StoreAs(Arguments &args, Value magnitude, bool isNegated)
 {
     using Number = std::conditional_t<std::is_signed_v<Value>, Signed, std::make_unsigned_t<Signed>>;
     auto *dest = va_arg(args.list, Number *);
-    if (dest == nullptr || !std::in_range<Number>(value)) {
+    if (dest == nullptr || !std::in_range<Number>(magnitude)) {
         return false;
     }
-    *dest = static_cast<Number>(value);
+    *dest = static_cast<Number>(isNegated ? 0 - magnitude : magnitude);
     return true;
 }
 
-// Stores `value` as the integer type that the length modifier names.
+// Stores a number as the integer type that the length modifier names.
 template <typename Value>
-bool StoreInteger(Arguments &args, std::string_view length, Value value)
+bool StoreInteger(Arguments &args, std::string_view length, Value magnitude, bool isNegated)
 {
     if (length == "hh") {
-        return StoreAs<signed char>(args, value);
+        return StoreAs<signed char>(args, magnitude, isNegated);
     }
     if (length == "h") {
-        return StoreAs<short>(args, value);
+        return StoreAs<short>(args, magnitude, isNegated);
     }
     if (length.empty()) {
-        return StoreAs<int>(args, value);
+        return StoreAs<int>(args, magnitude, isNegated);
     }
     if (length == "ll") {
-        return StoreAs<long long>(args, value);
+        return StoreAs<long long>(args, magnitude, isNegated);
     }
     static_assert(sizeof(long) == sizeof(std::intmax_t) && sizeof(long) == sizeof(std::ptrdiff_t));
-    return StoreAs<long>(args, value);  // l, j, z and t
+    return StoreAs<long>(args, magnitude, isNegated);  // l, j, z and t
 }
 
 // Goes over a field without assigning it, so that no type limits it.
@@ -169,9 +169,9 @@ Outcome ScanInteger(Scan &scan, const Directive &directive)
     if (outcome != Outcome::Matched) {
         return outcome;
     }
-    // The C library wraps "-1" into an unsigned type.
-    const bool wrapped = std::is_unsigned_v<Value> && *sign == '-' && value != 0;
-    if (overflow || wrapped || !StoreInteger(scan.args, directive.length, value)) {
+    // The C library has already negated an unsigned "-1" in its widest type.
+    const bool isNegated = std::is_unsigned_v<Value> && *sign == '-';
+    if (overflow || !StoreInteger(scan.args, directive.length, isNegated ? 0 - value : value, isNegated)) {
         return Outcome::MatchingFailure;
     }
     ++scan.assigned;
@@ -306,7 +306,7 @@ Outcome ScanDirective(Scan &scan, const Directive &directive)
         case '[':
             return ScanText(scan, directive);
         case 'n':
-            return StoreInteger(scan.args, directive.length, std::intmax_t{scan.position - scan.input})
+            return StoreInteger(scan.args, directive.length, std::intmax_t{scan.position - scan.input}, false)
                        ? Outcome::Matched
                        : Outcome::MatchingFailure;
         case '%':

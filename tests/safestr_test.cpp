@@ -26,7 +26,7 @@ TEST(SafeString, EveryFailureIsAResultAndNothingStaleSurvivesIt)
 {
     constexpr std::size_t kTooLarge = 0x80000000;
     const std::string t255(255, 't'), t256(256, 't');
-    unsigned int u = 0, v = 0;
+    unsigned int u = 0, v = 0, negated = 0;
     unsigned long large = 0;
     char second[4] = "old", *context = nullptr;
     char *readOnly = const_cast<char *>(",ab"), *noToken = const_cast<char *>(",,");
@@ -67,6 +67,9 @@ TEST(SafeString, EveryFailureIsAResultAndNothingStaleSurvivesIt)
         {CALL(sscanf_s("3:4294967296", "%u:%u", &u, &v)), "", 1, ""},
         {CALL(sscanf_s("18446744073709551616", "%lu", &large)), "", 0, ""},
         {CALL(sscanf_s("-18446744073709551615", "%u", &u)), "", 0, ""},
+        {CALL(sscanf_s("-4294967296", "%u", &u)), "", 0, ""},
+        {CALL(sscanf_s("-1", "%u", &negated) == 1 && negated == 4294967295), "", 1, ""},
+        {CALL(sscanf_s("-4294967295", "%u", &negated) == 1 && negated == 1), "", 1, ""},
         {CALL(sscanf_s("5", "%*d%d", d)), "", 0, "#"},
         {CALL(sscanf_s("18446744073709551616abc", "%*d%s", d, 4U)), "", 1, "abc.#"},
         {CALL(sscanf_s("  ", "%u:%u", &u, &v)), "", -1, ""},

@@ -132,11 +132,16 @@ namespace {
     }
     for (ScsiSession &session : LIST_Range<ScsiSession>(g_sessionList)) {
         const auto &disk = LIST_RecordOf<ScsiDisk>(*session.disks.next);
-        unsigned long long h = 0, c = 0, t = 0, l = 0;
+        long long h = 0, c = 0, t = 0, l = 0;
         CHECK(g_device[0].starts_with(disk.devPath + std::string("/scsi_disk/")));
         const char *numbers = g_device[0].c_str() + std::strlen(disk.devPath) + std::strlen("/scsi_disk/");
-        CHECK(std::sscanf(numbers, "%llu:%llu:%llu:%llu", &h, &c, &t, &l) == 4);
-        CHECK(disk.host == h && disk.channel == c && disk.target == t && disk.lun == l);
+        CHECK(std::sscanf(numbers, "%lld:%lld:%lld:%lld", &h, &c, &t, &l) == 4);
+        // Behind a minus sign, as scanf's %u negates it.
+        const auto isFiledAs = [](std::uint32_t filed, long long number) {
+            return std::llabs(number) <= UINT32_MAX && filed == static_cast<std::uint32_t>(number);
+        };
+        CHECK(isFiledAs(disk.host, h) && isFiledAs(disk.channel, c) && isFiledAs(disk.target, t));
+        CHECK(isFiledAs(disk.lun, l));
         CHECK(disk.host == session.host && disk.channel == session.channel && disk.target == session.target);
         // Groups "\\x20" behind the product do not count.
         CHECK(std::strcmp(disk.vendor, "V") == 0 && std::strspn(disk.product, "P\\x20") == std::strlen(disk.product));
@@ -174,7 +179,7 @@ namespace {
     const std::string input = std::string(g_input.substr(3)).c_str();  // up to a NUL
     const int count = sscanf_s(input.c_str(), format.c_str(), args[0], args[1], args[2], args[3], args[4], args[5]);
     const bool allFit =
-        input.size() < kSize && format.find("hh") == std::string::npos && input.find('-') == std::string::npos &&
+        input.size() < kSize && format.find("hh") == std::string::npos &&
         std::count_if(input.begin(), input.end(), [](unsigned char c) { return std::isxdigit(c) != 0; }) < 4;
     if (allFit && !input.empty()) {
         const int expected = std::sscanf(input.c_str(), format.c_str(), theirs[0], theirs[1], theirs[2]);
