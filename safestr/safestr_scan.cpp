@@ -40,6 +40,19 @@ struct Directive {
     [[nodiscard]] bool IsWide() const { return length == "l"; }
 };
 
+// Conversions and the length modifiers that each of them knows (C11, the fscanf function).
+struct KnownLengths {
+    std::string_view conversions;
+    std::array<std::string_view, 8> lengths;
+};
+
+constexpr std::array<KnownLengths, 4> kKnownLengths = {{
+    {"diouxXn", {"", "hh", "h", "l", "ll", "j", "z", "t"}},
+    {"aAeEfFgG", {"", "l", "L"}},
+    {"sc[", {"", "l"}},
+    {"p%", {""}},
+}};
+
 // What one scan holds while it goes through the format.
 struct Scan {
     const char *input;
@@ -64,6 +77,18 @@ std::string_view TakeAny(std::string_view &rest, std::string_view set, std::size
     const std::string_view taken = rest.substr(0, length);
     rest.remove_prefix(length);
     return taken;
+}
+
+// False for a conversion that does not exist, or with a length modifier that it does not know: nobody can tell what its
+// destination holds.
+bool IsKnown(const Directive &directive)
+{
+    for (const KnownLengths &known : kKnownLengths) {
+        if (known.conversions.find(directive.Kind()) != std::string_view::npos) {
+            return std::find(known.lengths.begin(), known.lengths.end(), directive.length) != known.lengths.end();
+        }
+    }
+    return false;
 }
 
 // Takes a conversion from `rest`, which stands behind its '%'.
@@ -276,6 +301,9 @@ Outcome MatchCharacter(Scan &scan, char expected)
 
 Outcome ScanDirective(Scan &scan, const Directive &directive)
 {
+    if (!IsKnown(directive)) {
+        return Outcome::MatchingFailure;
+    }
     if (directive.suppressed && directive.Kind() != '%') {
         return SkipField(scan, directive);
     }
@@ -326,7 +354,7 @@ void ResetFirstText(std::string_view format, Arguments &args)
     }
     format.remove_prefix(percent + 1);
     const Directive directive = TakeDirective(format);
-    if (directive.IsText() && !directive.suppressed) {
+    if (directive.IsText() && !directive.suppressed && IsKnown(directive)) {
         void *dest = va_arg(args.list, void *);
         const unsigned int size = va_arg(args.list, unsigned int);
         ResetText(dest, size, directive.IsWide());
