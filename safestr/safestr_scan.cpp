@@ -385,6 +385,7 @@ int vsscanf_s(const char *input, const char *format, va_list list)
     if (input == nullptr || format == nullptr) {
         return -1;
     }
+    const int callersErrno = errno;
     Scan scan{input, input, {}, 0, false};
     va_copy(scan.args.list, list);
     const std::size_t length = std::strlen(input);
@@ -395,6 +396,7 @@ int vsscanf_s(const char *input, const char *format, va_list list)
         result = scan.assigned;
     }
     va_end(scan.args.list);
+    errno = callersErrno;
     return result;
 }
 

@@ -14,7 +14,7 @@
 // are matching failures.
 // Returns the number of fields assigned, or -1 when the input ends before the first conversion, assigned or suppressed,
 // is done, when it is empty or above kMaxBufferSize, or when `input` or `format` is null. An empty input also empties
-// the destination of the format's first conversion where that is a %s, %c or %[.
+// the destination of the format's first conversion where that is a %s, %c or %[. errno is left as it was.
 // The compiler's scanf check does not apply: it does not know the size behind a text destination.
 [[nodiscard]] int sscanf_s(const char *input, const char *format, ...);
 [[nodiscard]] int vsscanf_s(const char *input, const char *format, va_list list);

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <functional>
 #include <string>
 
@@ -75,6 +76,7 @@ TEST(SafeString, EveryFailureIsAResultAndNothingStaleSurvivesIt)
         {CALL(sscanf_s("1.5", "%llf", d)), "", 0, "#"},
         {CALL(sscanf_s("5", "%Ld", d)), "", 0, "#"},
         {CALL(sscanf_s("abc", "%hs", d, 4U)), "", 0, "#"},
+        {CALL((errno = EDOM, sscanf_s("18446744073709551616", "%lu", &large) == 0 && errno == EDOM)), "", 1, ""},
         {CALL(sscanf_s("  ", "%u:%u", &u, &v)), "", -1, ""},
         {CALL(sscanf_s("", "%s %s", d, 4U, second, 4U)), "", -1, ".#"},
         {CALL(sscanf_s("longer", "%s", d, 4U)), "", 0, ".#"},

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -177,7 +178,9 @@ namespace {
         }
     }
     const std::string input = std::string(g_input.substr(3)).c_str();  // up to a NUL
+    errno = EDOM;
     const int count = sscanf_s(input.c_str(), format.c_str(), args[0], args[1], args[2], args[3], args[4], args[5]);
+    CHECK(errno == EDOM);
     const bool allFit =
         input.size() < kSize && format.find("hh") == std::string::npos &&
         std::count_if(input.begin(), input.end(), [](unsigned char c) { return std::isxdigit(c) != 0; }) < 4;
