@@ -59,14 +59,15 @@ ResultCode SCAN_GetScsiDiskSgName(ScsiDisk &disk)
         return RET_FAIL;
     }
     const ssize_t linkLength = readlink(path, link, sizeof link - 1);
-    // A link that fills the buffer may be cut, and its rest may then name another disk's node.
-    if (linkLength < 0 || linkLength == sizeof link - 1) {
+    if (linkLength < 0) {
         SCAN_Record(LogLevel::Error, "full name{%s} read link fail.\n", path);
         return RET_FAIL;
     }
+    // Of a link that fills the buffer the end may be cut off, and what is left of its name is another disk's then.
+    const bool mayBeCut = linkLength == sizeof link - 1;
     char *name = link;
     (void)INTF_UTIL_StrSep(&name, "scsi_generic/");  // only what follows the separator counts
-    if (name == nullptr || std::strncmp(name, "sg", 2) != 0) {
+    if (name == nullptr || mayBeCut || std::strncmp(name, "sg", 2) != 0) {
         SCAN_Record(LogLevel::Error, "full name{%s} read link{%s} sg name{%s} invalid.\n", path, link, TextOf(name));
         return RET_FAIL;
     }
