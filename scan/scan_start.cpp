@@ -22,10 +22,11 @@ void HoldStandardStreams()
     (void)std::signal(SIGPIPE, SIG_IGN);  // cannot fail for this signal
     int fd = 0;
     do {
-        fd = open("/dev/null", O_RDWR | O_CLOEXEC);
+        // `nvme` inherits the stand-ins, so that no file of its own takes their place either.
+        fd = open("/dev/null", O_RDWR);
     } while (fd >= 0 && fd <= STDERR_FILENO);
     if (fd > STDERR_FILENO) {
-        (void)close(fd);  // nothing was written
+        (void)close(fd);  // no stand-in, so nobody inherits it; nothing was written
     }
 }
 
