@@ -1,7 +1,9 @@
 #include "log.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <string_view>
@@ -16,7 +18,8 @@ namespace {
 constexpr unsigned int kRecordMark = 0x5342;  // first half of every record id
 constexpr unsigned int kRecordKind = 0;
 constexpr std::size_t kTimeSize = 40;
-constexpr std::size_t kBufferSize = 16384;  // no record is longer: the longest texts in them are sysfs paths
+constexpr std::size_t kRecordSize = 16384;  // holds every record but one that repeats a word of the command line
+constexpr std::size_t kPrefixSize = 1024;   // more than stands in front of a message: a function's name is the longest
 
 constexpr std::array<const char *, 34> kModuleNames = {
     "MPI",      "BAL",  "KLS",   "KCF",       "USI",      "LPM",     "VDS",     "LBS",       "PIA",
@@ -58,6 +61,27 @@ void FormatNow(char (&text)[kTimeSize])
                      local->tm_mon + 1, local->tm_mday, local->tm_hour, local->tm_min, local->tm_sec);
 }
 
+// Gives `file` a buffer that holds a whole record with this message, so that it reaches the file in one write: records
+// of two processes stay whole lines. An ordinary record fits the static buffer; a longer one takes memory, which goes
+// to `longBuffer` and must outlive the stream. Without that memory the record is written all the same, but in pieces,
+// and one of another process may come to stand between them.
+__attribute__((format(printf, 3, 0))) void BufferRecord(FILE *file, OwnedMemory<char> &longBuffer, const char *format,
+                                                        va_list list)
+{
+    static char buffer[kRecordSize];
+    const int length = std::vsnprintf(nullptr, 0, format, list);
+    const std::size_t size = kPrefixSize + static_cast<std::size_t>(std::max(length, 0));
+    if (size > sizeof buffer) {
+        longBuffer.reset(static_cast<char *>(std::malloc(size)));
+    }
+    // A stream that is not given a buffer takes a smaller one itself.
+    if (longBuffer != nullptr) {
+        (void)std::setvbuf(file, longBuffer.get(), _IOFBF, size);
+    } else {
+        (void)std::setvbuf(file, buffer, _IOFBF, sizeof buffer);
+    }
+}
+
 }  // namespace
 
 ResultCode LOG_Init(const char *path)
@@ -75,18 +99,20 @@ void LOG_WriteRecordList(ModuleId module, LogLevel level, const char *function, 
                          va_list list)
 {
     LogContext *context = LOG_GetContext(module);
+    OwnedMemory<char> longBuffer;  // in front of the stream, which writes through it until it is closed
     const OwnedFile file(std::fopen(context->path, "a"));
     if (file == nullptr) {
         return;
     }
-    static char buffer[kBufferSize];
-    (void)std::setvbuf(file.get(), buffer, _IOFBF, sizeof buffer);  // without it the stream takes a smaller one itself
     const auto moduleIndex = static_cast<std::uint32_t>(context->moduleId);
     const char *moduleName = kModuleNames[moduleIndex];
     char time[kTimeSize];
     FormatNow(time);
     const std::int32_t sequence = context->sequence++;
-    // Both parts reach the file in one write, so that records of two processes stay whole lines.
+    va_list measured;
+    va_copy(measured, list);
+    BufferRecord(file.get(), longBuffer, format, measured);
+    va_end(measured);
     // What cannot be written is dropped.
     (void)std::fprintf(file.get(), "[%d][%s][%08x%02x%02x%04x][%-4s][%-6s][%s: %d]", sequence, time, kRecordMark,
                        moduleIndex, kRecordKind, static_cast<unsigned int>(line),

@@ -2,7 +2,9 @@
 //
 // Every message is one record, appended to a single text file that is opened, written and closed for each record:
 // [sequence][time][record id][level][module][function: line]message
-// A record that cannot be written is dropped in silence: the trace never gets in the way of the run.
+// A record is one write, so that records of processes that write at the same time stay whole lines; only where memory
+// is short, one of more than 15 KiB takes several. A record that cannot be written is dropped in silence: the trace
+// never gets in the way of the run.
 #pragma once
 
 #include <cstdarg>
