@@ -6,7 +6,6 @@
 #include <cstring>
 
 #include "safestr_format.h"
-#include "safestr_memory.h"
 #include "safestr_scan.h"
 #include "safestr_string.h"
 #include "scan_print.h"
@@ -84,8 +83,6 @@ ResultCode SCAN_GetScsiDiskSgName(ScsiDisk &disk)
 
 ResultCode SCAN_InitScsiDisk(ScsiDisk &disk)
 {
-    disk.state = kDiskUnchanged;
-    LIST_Init(disk.link);
     if (INTF_UTIL_Read(disk.devPath, "vendor", disk.vendor, kVendorLength) < 0) {
         SCAN_Record(LogLevel::Error, "scsi disk get vendor fail by path{%s}.\n", disk.devPath);
         return RET_FAIL;
@@ -114,21 +111,19 @@ ScsiSession *SCAN_SessionLookupCreate(const ScsiDisk &disk)
             return &session;
         }
     }
-    auto *session = static_cast<ScsiSession *>(std::malloc(sizeof(ScsiSession)));
+    OwnedMemory<ScsiSession> session = LIST_NewRecord<ScsiSession>();
     if (session == nullptr) {
         SCAN_Record(LogLevel::Error, "scsi session malloc fail by sg{%s}.\n", disk.sgName);
         return nullptr;
     }
-    (void)memset_s(session, sizeof *session, 0, sizeof *session);  // sizes are equal
-    LIST_Init(session->link);
     LIST_Init(session->disks);
     session->host = disk.host;
     session->channel = disk.channel;
     session->target = disk.target;
-    LIST_Append(session->link, g_sessionList);
-    SCAN_Record(LogLevel::Info, "create scsi session{%u:%u:%u} finish.\n", session->host, session->channel,
-                session->target);
-    return session;
+    ScsiSession *filed = session.release();  // now owned by the list
+    LIST_Append(filed->link, g_sessionList);
+    SCAN_Record(LogLevel::Info, "create scsi session{%u:%u:%u} finish.\n", filed->host, filed->channel, filed->target);
+    return filed;
 }
 
 ResultCode SCAN_SessionAddDisk(ScsiDisk &disk)
@@ -151,12 +146,11 @@ void SCAN_CreateScsiDisk(const char *name, const char *directory)
         SCAN_Record(LogLevel::Error, "get h:c:t:l{%s} by scsi disk path{%s} fail.\n", name, directory);
         return;
     }
-    OwnedMemory<ScsiDisk> disk(static_cast<ScsiDisk *>(std::malloc(sizeof(ScsiDisk))));
+    OwnedMemory<ScsiDisk> disk = LIST_NewRecord<ScsiDisk>();
     if (disk == nullptr) {
         SCAN_Record(LogLevel::Error, "malloc scsi disk fail by path{%s}.\n", directory);
         return;
     }
-    (void)memset_s(disk.get(), sizeof *disk, 0, sizeof *disk);  // sizes are equal
     if (strncpy_s(disk->devPath, sizeof disk->devPath - 1, directory, std::strlen(directory)) != 0) {
         SCAN_Record(LogLevel::Error, "scsi disk get path{%s} copy fail.\n", directory);
         return;

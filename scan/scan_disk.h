@@ -12,15 +12,15 @@ inline constexpr std::size_t kWwnLength = 32;      // hexadecimal digits of a 16
 inline constexpr std::size_t kSgNameSize = 32;     // bytes of a generic node path, the terminator included
 
 enum SessionState : std::uint32_t {
-    kSessionUnknown = 0,       // no REPORT LUNS answer
+    kSessionUnknown = 0,       // no REPORT LUNS answer, as in a new record
     kSessionAnswered = 1,      // lunCount and lunList hold what the target reports
     kSessionNotConnected = 2,  // neither REPORT LUNS nor INQUIRY is answered through any disk
 };
 
 enum DiskState : std::uint32_t {
-    kDiskUnchanged = 0,
-    kDiskRemoved = 1,  // the target no longer reports the LUN
-    kDiskChanged = 2,  // the LUN now has another WWN
+    kDiskUnchanged = 0,  // as in a new record
+    kDiskRemoved = 1,    // the target no longer reports the LUN
+    kDiskChanged = 2,    // the LUN now has another WWN
 };
 
 // One target port of an array as reached through one host and channel (an I_T nexus).

@@ -17,15 +17,13 @@ namespace {
 constexpr std::size_t kCommandSize = 256;
 constexpr const char *kFabricsPrefix = "/sys/devices/virtual/nvme-fabrics/ctl/";
 
-ScsiHost *SCAN_CreateScsiHost(std::int32_t hostNo, const char *path)
+OwnedMemory<ScsiHost> SCAN_CreateScsiHost(std::int32_t hostNo, const char *path)
 {
-    auto *host = static_cast<ScsiHost *>(std::malloc(sizeof(ScsiHost)));
+    OwnedMemory<ScsiHost> host = LIST_NewRecord<ScsiHost>();
     if (host == nullptr) {
         SCAN_Record(LogLevel::Error, "malloc scsi host by num{%d} fail.\n", hostNo);
         return nullptr;
     }
-    (void)memset_s(host, sizeof *host, 0, sizeof *host);  // sizes are equal
-    LIST_Init(host->link);
     // A path that is too long leaves the field empty: the host stays listed and its scan fails visibly.
     (void)strncpy_s(host->sysPath, sizeof host->sysPath - 1, path, std::strlen(path));
     host->hostNo = hostNo;
@@ -52,9 +50,9 @@ void SCAN_HandUdevScsiHost(const char *path, udev_device * /*device*/)
         SCAN_Record(LogLevel::Error, "get host num by scsi host path{%s} fail.\n", path);
         return;
     }
-    ScsiHost *host = SCAN_CreateScsiHost(hostNo, path);
+    OwnedMemory<ScsiHost> host = SCAN_CreateScsiHost(hostNo, path);
     if (host != nullptr) {
-        LIST_Append(host->link, g_scsiHostList);
+        LIST_Append(host.release()->link, g_scsiHostList);
     }
 }
 
@@ -69,25 +67,23 @@ ResultCode SCAN_CheckNvmeCtrlName(const char *name)
     return digits[std::strspn(digits, "0123456789")] == '\0' ? RET_OK : RET_FAIL;
 }
 
-NvmeCtrl *SCAN_CreateNvmeCtrl(const char *name)
+OwnedMemory<NvmeCtrl> SCAN_CreateNvmeCtrl(const char *name)
 {
     if (SCAN_CheckNvmeCtrlName(name) != RET_OK) {
         SCAN_Record(LogLevel::Error, "get the ctrl{%s} is invalid.\n", name);
         return nullptr;
     }
-    OwnedMemory<NvmeCtrl> ctrl(static_cast<NvmeCtrl *>(std::malloc(sizeof(NvmeCtrl))));
+    OwnedMemory<NvmeCtrl> ctrl = LIST_NewRecord<NvmeCtrl>();
     if (ctrl == nullptr) {
         SCAN_Record(LogLevel::Error, "%s.\n", "malloc nvme ctrl fail");
         return nullptr;
     }
-    (void)memset_s(ctrl.get(), sizeof *ctrl, 0, sizeof *ctrl);  // sizes are equal
-    LIST_Init(ctrl->link);
     if (strncpy_s(ctrl->ctrlName, sizeof ctrl->ctrlName - 1, name, std::strlen(name)) != 0) {
         SCAN_Record(LogLevel::Error, "strncpy_s ctrl failed by{%s}.\n", name);
         return nullptr;
     }
     SCAN_Record(LogLevel::Info, "create nvme ctrl{%s} finish.\n", ctrl->ctrlName);
-    return ctrl.release();
+    return ctrl;
 }
 
 void SCAN_HandUdevNvmeHost(const char *path, udev_device * /*device*/)
@@ -105,9 +101,9 @@ void SCAN_HandUdevNvmeHost(const char *path, udev_device * /*device*/)
         SCAN_Record(LogLevel::Error, "nvme strtok ctrl by path{%s} fail.\n", path);
         return;
     }
-    NvmeCtrl *ctrl = SCAN_CreateNvmeCtrl(name);
+    OwnedMemory<NvmeCtrl> ctrl = SCAN_CreateNvmeCtrl(name);
     if (ctrl != nullptr) {
-        LIST_Append(ctrl->link, g_nvmeCtrlList);
+        LIST_Append(ctrl.release()->link, g_nvmeCtrlList);
     }
 }
 

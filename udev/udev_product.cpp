@@ -2,7 +2,6 @@
 
 #include <array>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 
 #include "log_syslog.h"
@@ -35,16 +34,13 @@ constexpr std::array<ProductKey, 4> kProductKeys = {{
     {"driver", &ProductNode::driver},
 }};
 
-// A new entry with empty fields, linked to itself; null without memory.
-ProductNode *UDEV_AllocProductNode()
+// A new entry with empty fields; null, after a record, without memory.
+OwnedMemory<ProductNode> UDEV_AllocProductNode()
 {
-    auto *node = static_cast<ProductNode *>(std::malloc(sizeof(ProductNode)));
+    OwnedMemory<ProductNode> node = LIST_NewRecord<ProductNode>();
     if (node == nullptr) {
         LOG_PrintUdev(LogLevel::Error, "malloc failed");
-        return nullptr;
     }
-    (void)memset_s(node, sizeof *node, 0, sizeof *node);  // sizes are equal
-    LIST_Init(node->link);
     return node;
 }
 
@@ -162,7 +158,7 @@ void UDEV_AnalyzeLine(char *buffer, std::int32_t bufferLen, std::uint8_t *vendor
     if (*vendorsUnit == 0) {
         return;
     }
-    OwnedMemory<ProductNode> node(UDEV_AllocProductNode());
+    OwnedMemory<ProductNode> node = UDEV_AllocProductNode();
     if (node == nullptr || UDEV_DivisionString(buffer, bufferLen, node.get()) == 0) {
         return;
     }

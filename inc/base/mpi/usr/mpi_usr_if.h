@@ -3,6 +3,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
+#include <cstring>
 #include <type_traits>
 
 #include "mpi_owner.h"
@@ -96,6 +98,20 @@ public:
 private:
     ListNode *head_;
 };
+
+// Makes a record of zero bytes with its link pointed at itself; null without memory. It has this owner until it is
+// released into a list, which LIST_Free empties.
+template <typename Record>
+[[nodiscard]] OwnedMemory<Record> LIST_NewRecord()
+{
+    static_assert(std::is_trivial_v<Record>, "a record is made of bytes, without a constructor");
+    OwnedMemory<Record> record(static_cast<Record *>(std::malloc(sizeof(Record))));
+    if (record != nullptr) {
+        (void)std::memset(record.get(), 0, sizeof(Record));
+        LIST_Init(record->link);
+    }
+    return record;
+}
 
 // Empties the list `head`: each record is unlinked, its link pointed at itself, and handed to `release` to be freed.
 template <typename Record, typename Release = MemoryReleaser>
