@@ -29,7 +29,7 @@ struct ScsiSession {
     std::uint32_t host;
     std::uint32_t channel;
     std::uint32_t target;
-    std::uint32_t state;     // SessionState
+    SessionState state;
     std::uint32_t lunCount;  // entries of lunList
     std::uint64_t *lunList;  // LUNs reported by the target, from malloc and owned by the session; null until then
     ListNode disks;          // ScsiDisk records
@@ -37,7 +37,7 @@ struct ScsiSession {
 
 struct ScsiDisk {
     ListNode link;
-    std::uint32_t state;  // DiskState
+    DiskState state;
     std::uint32_t host;
     std::uint32_t channel;
     std::uint32_t target;
