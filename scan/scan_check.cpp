@@ -4,7 +4,6 @@
 
 #include "scan_disk.h"
 #include "scan_report_lun.h"
-#include "scan_state.h"
 #include "scan_wwn.h"
 
 std::int32_t g_removedDiskCount = 0;
@@ -17,14 +16,14 @@ void SCAN_CheckScsiSession(ScsiSession &session)
     std::uint32_t failedLunQueries = 0;
     std::uint32_t failedWwnReads = 0;
     std::uint32_t disksSeen = 0;
-    for (const ScsiDisk &disk : LIST_Range<ScsiDisk>(session.disks)) {
+    for (const ScsiDisk &disk : DisksOf(session)) {
         if (SCAN_ReportLun(session, disk.sgName) == RET_OK) {
             session.state = kSessionAnswered;
             break;
         }
         ++failedLunQueries;
     }
-    for (ScsiDisk &disk : LIST_Range<ScsiDisk>(session.disks)) {
+    for (ScsiDisk &disk : DisksOf(session)) {
         ++disksSeen;
         if (session.state == kSessionAnswered && SCAN_IsLunReported(disk, session) == 0) {
             disk.state = kDiskRemoved;
@@ -50,7 +49,7 @@ void SCAN_CheckScsiSession(ScsiSession &session)
 
 void SCAN_CheckAllScsiSession()
 {
-    for (ScsiSession &session : LIST_Range<ScsiSession>(g_sessionList)) {
+    for (ScsiSession &session : Sessions()) {
         SCAN_CheckScsiSession(session);
     }
 }

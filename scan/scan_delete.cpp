@@ -21,13 +21,13 @@ constexpr std::array<std::string_view, 4> kNo = {"no", "n", "NO", "N"};
 std::int32_t SCAN_PrintNoConnect()
 {
     std::int32_t count = 0;
-    for (ScsiSession &session : LIST_Range<ScsiSession>(g_sessionList)) {
+    for (const ScsiSession &session : Sessions()) {
         if (session.state != kSessionNotConnected) {
             continue;
         }
         SCAN_Print(LogLevel::Warn, "scsi session(%u:%u:%u) is no connect, include below scsi disk:\n", session.host,
                    session.channel, session.target);
-        for (const ScsiDisk &disk : LIST_Range<ScsiDisk>(session.disks)) {
+        for (const ScsiDisk &disk : DisksOf(session)) {
             SCAN_Print(LogLevel::Warn, "    %u:%u:%u:%u\n", disk.host, disk.channel, disk.target, disk.lun);
             ++count;
         }
@@ -41,8 +41,8 @@ std::int32_t SCAN_PrintRemoved()
         SCAN_Print(LogLevel::Warn, "there are many scsi disk removed, include below %d scsi disk:\n",
                    g_removedDiskCount);
     }
-    for (ScsiSession &session : LIST_Range<ScsiSession>(g_sessionList)) {
-        for (const ScsiDisk &disk : LIST_Range<ScsiDisk>(session.disks)) {
+    for (const ScsiSession &session : Sessions()) {
+        for (const ScsiDisk &disk : DisksOf(session)) {
             if (disk.state == kDiskRemoved) {
                 SCAN_Print(LogLevel::Warn, "    %u:%u:%u:%u\n", disk.host, disk.channel, disk.target, disk.lun);
             }
@@ -57,8 +57,8 @@ std::int32_t SCAN_PrintRemapped()
         SCAN_Print(LogLevel::Warn, "there are many scsi disk changed, include below %d scsi disk:\n",
                    g_changedDiskCount);
     }
-    for (ScsiSession &session : LIST_Range<ScsiSession>(g_sessionList)) {
-        for (const ScsiDisk &disk : LIST_Range<ScsiDisk>(session.disks)) {
+    for (const ScsiSession &session : Sessions()) {
+        for (const ScsiDisk &disk : DisksOf(session)) {
             if (disk.state == kDiskChanged) {
                 SCAN_Print(LogLevel::Warn, "    %u:%u:%u:%u [%s -> %s]\n", disk.host, disk.channel, disk.target,
                            disk.lun, disk.wwid, disk.curWwn);
@@ -119,8 +119,8 @@ int SCAN_ReadUserYesOrNo()
 void SCAN_DeleteChangeDisk()
 {
     SCAN_Print(LogLevel::Info, "delete all map view changed scsi disk:\n");
-    for (ScsiSession &session : LIST_Range<ScsiSession>(g_sessionList)) {
-        for (const ScsiDisk &disk : LIST_Range<ScsiDisk>(session.disks)) {
+    for (const ScsiSession &session : Sessions()) {
+        for (const ScsiDisk &disk : DisksOf(session)) {
             const bool isStale =
                 session.state == kSessionNotConnected || disk.state == kDiskChanged || disk.state == kDiskRemoved;
             if (!isStale) {

@@ -106,7 +106,7 @@ ResultCode SCAN_InitScsiDisk(ScsiDisk &disk)
 
 ScsiSession *SCAN_SessionLookupCreate(const ScsiDisk &disk)
 {
-    for (ScsiSession &session : LIST_Range<ScsiSession>(g_sessionList)) {
+    for (ScsiSession &session : Sessions()) {
         if (session.host == disk.host && session.channel == disk.channel && session.target == disk.target) {
             return &session;
         }

@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "mpi_usr_if.h"
+#include "scan_state.h"
 #include "util_sysfs.h"
 
 inline constexpr std::size_t kVendorLength = 8;    // characters of a SCSI vendor identification (SPC-5, 6.6.2)
@@ -49,6 +50,22 @@ struct ScsiDisk {
     char sgName[kSgNameSize];     // for example /dev/sg3
     char devPath[kPathSize];      // the SCSI device's sysfs directory
 };
+
+// The sessions of g_sessionList, and the disks of a session, from the first to the last.
+[[nodiscard]] inline LIST_Range<ScsiSession> Sessions()
+{
+    return LIST_Range<ScsiSession>(g_sessionList);
+}
+
+[[nodiscard]] inline LIST_Range<ScsiDisk> DisksOf(ScsiSession &session)
+{
+    return LIST_Range<ScsiDisk>(session.disks);
+}
+
+[[nodiscard]] inline LIST_Range<const ScsiDisk> DisksOf(const ScsiSession &session)
+{
+    return LIST_Range<const ScsiDisk>(session.disks);
+}
 
 // Files every supported disk with a 16-byte NAA identifier and a readable generic node under its session in
 // g_sessionList, in enumeration order. A disk that fails any step is recorded and left out.

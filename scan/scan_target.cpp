@@ -121,7 +121,7 @@ void SCAN_ScanScsiHost(const ScsiHost &host)
 void SCAN_ScanAllScsiHost()
 {
     SCAN_Print(LogLevel::Info, "start scan scsi host......\n");
-    for (const ScsiHost &host : LIST_Range<ScsiHost>(g_scsiHostList)) {
+    for (const ScsiHost &host : Hosts()) {
         SCAN_ScanScsiHost(host);
     }
     SCAN_Print(LogLevel::Info, "end scan scsi host.\n");
@@ -147,7 +147,7 @@ void SCAN_ScanNvmeCtrl(const NvmeCtrl &ctrl)
 void SCAN_ScanAllNvmeCtrl()
 {
     SCAN_Print(LogLevel::Info, "start scan nvme ctrl......\n");
-    for (const NvmeCtrl &ctrl : LIST_Range<NvmeCtrl>(g_nvmeCtrlList)) {
+    for (const NvmeCtrl &ctrl : Controllers()) {
         SCAN_ScanNvmeCtrl(ctrl);
     }
     SCAN_Print(LogLevel::Info, "end scan nvme ctrl.\n");

@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "mpi_usr_if.h"
+#include "scan_state.h"
 #include "util_sysfs.h"
 
 inline constexpr std::size_t kCtrlNameSize = 64;  // bytes of a controller name, the terminator included
@@ -18,6 +19,17 @@ struct NvmeCtrl {
     ListNode link;
     char ctrlName[kCtrlNameSize];  // "nvme" and decimal digits, at most 62 characters
 };
+
+// The hosts of g_scsiHostList and the controllers of g_nvmeCtrlList, from the first to the last.
+[[nodiscard]] inline LIST_Range<const ScsiHost> Hosts()
+{
+    return LIST_Range<const ScsiHost>(g_scsiHostList);
+}
+
+[[nodiscard]] inline LIST_Range<const NvmeCtrl> Controllers()
+{
+    return LIST_Range<const NvmeCtrl>(g_nvmeCtrlList);
+}
 
 // Fills g_scsiHostList and g_nvmeCtrlList through udev; a subsystem that fails is printed.
 void SCAN_GetAllScanTargets();

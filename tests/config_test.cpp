@@ -20,7 +20,7 @@ std::string Load(const std::string &file)
     Remove(kLog);
     std::string text;
     EXPECT_EQ(1, UDEV_InitConfig());
-    for (const ProductNode &node : LIST_Range<ProductNode>(g_productList)) {
+    for (const ProductNode &node : Products()) {
         text += node.ruler_name + "|"s + node.vendor_id + "|" + node.product_id + "|" + node.driver + "\n";
     }
     UDEV_FreeProductList();

@@ -12,9 +12,9 @@
 #include "udev_line.h"
 #include "udev_reader.h"
 
-ListNode g_productList = {&g_productList, &g_productList};
-
 namespace {
+
+ListNode g_productList = {&g_productList, &g_productList};
 
 constexpr const char *kConfigPath = "/etc/vd_plus.conf";
 constexpr std::size_t kConfigLineSize = 512;
@@ -86,12 +86,17 @@ std::uint8_t UDEV_DeviceIsSupport(const char *vendor, const char *product)
         LOG_PrintUdev(LogLevel::Error, "list is NULL.");
         return 0;
     }
-    for (const ProductNode &node : LIST_Range<ProductNode>(g_productList)) {
+    for (const ProductNode &node : Products()) {
         if (UDEV_MatchProductStr(vendor, product, &node) == 1) {
             return 1;
         }
     }
     return 0;
+}
+
+LIST_Range<const ProductNode> Products()
+{
+    return LIST_Range<const ProductNode>(g_productList);
 }
 
 void UDEV_FreeProductList()

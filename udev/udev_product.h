@@ -21,8 +21,6 @@ struct ProductNode {
     char driver[kProductFieldSize];
 };
 
-extern ListNode g_productList;  // entries in file order
-
 // Loads the list, which starts empty. Returns 1 when the file was read to its end, whatever it held, and 0 when it
 // could not be opened.
 [[nodiscard]] std::uint8_t UDEV_InitConfig();
@@ -30,6 +28,9 @@ extern ListNode g_productList;  // entries in file order
 // Returns 1 when an entry has exactly this `vendor` and `product`, both NUL-terminated; a null `product` asks for an
 // entry without one.
 [[nodiscard]] std::uint8_t UDEV_DeviceIsSupport(const char *vendor, const char *product);
+
+// The entries of the list in file order.
+[[nodiscard]] LIST_Range<const ProductNode> Products();
 
 // Frees every entry; the list is empty afterwards.
 void UDEV_FreeProductList();

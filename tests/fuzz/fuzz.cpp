@@ -16,7 +16,6 @@
 #include "safestr_scan.h"
 #include "scan_disk.h"
 #include "scan_report_lun.h"
-#include "scan_state.h"
 #include "scan_target.h"
 #include "scan_wwn.h"
 #include "udev_product.h"
@@ -76,7 +75,7 @@ namespace {
 [[maybe_unused]] void FuzzConfig()
 {
     CHECK(UDEV_InitConfig() == 1 && UDEV_InitVdLinuxConfig() == RET_OK);
-    for (const ProductNode &node : LIST_Range<ProductNode>(g_productList)) {
+    for (const ProductNode &node : Products()) {
         for (const char *field : {node.ruler_name, node.vendor_id, node.product_id, node.driver}) {
             CHECK(std::strlen(field) < kProductFieldSize && std::strpbrk(field, " \t\r\n\";,=\\") == nullptr);
         }
@@ -127,12 +126,12 @@ namespace {
     UDEV_AnalyzeLine(entry, sizeof entry, &vendorsUnit);
     SCAN_GetAllScanTargets();
     SCAN_GetAllScsiDisk();
-    for (const NvmeCtrl &ctrl : LIST_Range<NvmeCtrl>(g_nvmeCtrlList)) {
+    for (const NvmeCtrl &ctrl : Controllers()) {
         CHECK(std::strncmp(ctrl.ctrlName, "nvme", 4) == 0 &&
               ctrl.ctrlName[4 + std::strspn(ctrl.ctrlName + 4, "0123456789")] == '\0');
     }
-    for (ScsiSession &session : LIST_Range<ScsiSession>(g_sessionList)) {
-        const auto &disk = LIST_RecordOf<ScsiDisk>(*session.disks.next);
+    for (const ScsiSession &session : Sessions()) {
+        const ScsiDisk &disk = *DisksOf(session).begin();
         long long h = 0, c = 0, t = 0, l = 0;
         CHECK(g_device[0].starts_with(disk.devPath + std::string("/scsi_disk/")));
         const char *numbers = g_device[0].c_str() + std::strlen(disk.devPath) + std::strlen("/scsi_disk/");

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <type_traits>
 
 #include "mpi_owner.h"
@@ -58,45 +59,48 @@ inline void LIST_Unlink(ListNode &node)
     node.prev->next = node.next;
 }
 
-template <typename Record>
-[[nodiscard]] Record &LIST_RecordOf(ListNode &node)
+// The record whose link is `node`; of a constant node, a constant record.
+template <typename Record, typename Node>
+[[nodiscard]] Record &LIST_RecordOf(Node &node)
 {
     static_assert(std::is_standard_layout_v<Record> && offsetof(Record, link) == 0,
                   "the node's address must be the record's address");
     return reinterpret_cast<Record &>(node);
 }
 
-// The records of a list from the first to the last: `for (ScsiHost &host : LIST_Range<ScsiHost>(g_scsiHostList))`.
-// A walk goes on while the node is not the head and is linked at all, so a record that was never linked ends it.
+// The records of the list `head` from the first to the last. The header that declares a record names its lists, such as
+// `Hosts()`, so that no walk takes one list's records for another's: `for (const ScsiHost &host : Hosts())`.
+// A walk goes on while the node is not the head and its next is not null, so a node of zero bytes ends it.
 template <typename Record>
 class LIST_Range {
+    using Node = std::conditional_t<std::is_const_v<Record>, const ListNode, ListNode>;
+
 public:
     class Iterator {
     public:
-        Iterator(ListNode *node, const ListNode *head) : node_(node), head_(head) {}
+        Iterator(Node *node, const ListNode *head) : node_(node), head_(head) {}
         [[nodiscard]] Record &operator*() const { return LIST_RecordOf<Record>(*node_); }
         Iterator &operator++()
         {
             node_ = node_->next;
             return *this;
         }
-        // The only comparison that a range-for makes is the one against end().
-        [[nodiscard]] bool operator!=(const Iterator & /*end*/) const
+        [[nodiscard]] bool operator==(std::default_sentinel_t /*end*/) const
         {
-            return node_ != head_ && node_->next != nullptr;
+            return node_ == head_ || node_->next == nullptr;
         }
 
     private:
-        ListNode *node_;
+        Node *node_;
         const ListNode *head_;
     };
 
-    explicit LIST_Range(ListNode &head) : head_(&head) {}
+    explicit LIST_Range(Node &head) : head_(&head) {}
     [[nodiscard]] Iterator begin() const { return {head_->next, head_}; }
-    [[nodiscard]] Iterator end() const { return {head_, head_}; }
+    [[nodiscard]] std::default_sentinel_t end() const { return {}; }
 
 private:
-    ListNode *head_;
+    Node *head_;
 };
 
 // Makes a record of zero bytes with its link pointed at itself; null without memory. It has this owner until it is
