@@ -12,7 +12,9 @@
 
 namespace {
 
+// SPC-5, REPORT LUNS command and parameter data.
 constexpr std::uint8_t kOpReportLuns = 0xA0;
+constexpr std::uint8_t kSelectReport = 0x00;  // logical units, the well-known ones left out
 constexpr std::size_t kCommandSize = 12;
 constexpr std::uint32_t kHeaderSize = 8;  // LUN LIST LENGTH and a reserved field
 constexpr std::uint32_t kEntrySize = 8;
@@ -63,9 +65,10 @@ void SCAN_PrintLunIds(const ScsiSession &session, const std::uint64_t *lunList, 
 
 ResultCode SCAN_IssueReportLun(int fd, std::uint8_t *buffer, std::uint32_t length)
 {
-    const std::uint8_t command[kCommandSize] = {
-        kOpReportLuns,          0, 0, 0, 0, 0, SCAN_ByteOf(length, 3), SCAN_ByteOf(length, 2), SCAN_ByteOf(length, 1),
-        SCAN_ByteOf(length, 0), 0, 0};
+    std::uint8_t command[kCommandSize] = {};
+    command[0] = kOpReportLuns;           // OPERATION CODE
+    command[2] = kSelectReport;           // SELECT REPORT
+    SCAN_WriteBe32(command + 6, length);  // ALLOCATION LENGTH
     const SgResult result = SCAN_SendCommand(fd, command, {buffer, length});
     if (result.ioctlResult != 0) {
         SCAN_Record(LogLevel::Error, "iusse report lun ioctl fail{%d}!\n", result.ioctlResult);

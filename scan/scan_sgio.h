@@ -39,8 +39,14 @@ struct SgResult {
     return static_cast<std::uint32_t>(SCAN_ReadBe16(bytes)) << 16 | SCAN_ReadBe16(bytes + 2);
 }
 
-// Byte `index` of the big-endian form of `value`, counted from the lowest: index 0 is the last byte on the wire.
-[[nodiscard]] constexpr std::uint8_t SCAN_ByteOf(std::uint32_t value, unsigned int index)
+constexpr void SCAN_WriteBe16(std::uint8_t *bytes, std::uint16_t value)
 {
-    return static_cast<std::uint8_t>(value >> (8 * index));
+    bytes[0] = static_cast<std::uint8_t>(value >> 8);
+    bytes[1] = static_cast<std::uint8_t>(value);
+}
+
+constexpr void SCAN_WriteBe32(std::uint8_t *bytes, std::uint32_t value)
+{
+    SCAN_WriteBe16(bytes, static_cast<std::uint16_t>(value >> 16));
+    SCAN_WriteBe16(bytes + 2, static_cast<std::uint16_t>(value));
 }

@@ -9,22 +9,27 @@
 
 namespace {
 
+// SPC-5, INQUIRY command.
 constexpr std::uint8_t kOpInquiry = 0x12;
 constexpr std::uint8_t kEvpd = 0x01;
 constexpr std::uint8_t kPageDeviceId = 0x83;
 constexpr std::size_t kCommandSize = 6;
-constexpr std::uint32_t kResponseSize = 1024;
+constexpr std::uint16_t kResponseSize = 1024;
 
+// SPC-5, Device Identification VPD page.
 constexpr std::uint32_t kPageHeaderSize = 4;
 constexpr std::uint32_t kDescriptorHeaderSize = 4;
 constexpr std::uint8_t kDesignatorLength = 16;  // NAA IEEE Registered Extended
 constexpr std::uint8_t kTypeMask = 0x3F;        // ASSOCIATION and DESIGNATOR TYPE, without PIV and the reserved bit
 constexpr std::uint8_t kTypeUnitNaa = 0x03;     // association 0, the logical unit; designator type 3, NAA
 
-ResultCode SCAN_IusseInquiry0x83(int fd, std::uint8_t *buffer, std::uint32_t length)
+ResultCode SCAN_IusseInquiry0x83(int fd, std::uint8_t *buffer, std::uint16_t length)
 {
-    const std::uint8_t command[kCommandSize] = {
-        kOpInquiry, kEvpd, kPageDeviceId, SCAN_ByteOf(length, 1), SCAN_ByteOf(length, 0), 0};
+    std::uint8_t command[kCommandSize] = {};
+    command[0] = kOpInquiry;              // OPERATION CODE
+    command[1] = kEvpd;                   // EVPD
+    command[2] = kPageDeviceId;           // PAGE CODE
+    SCAN_WriteBe16(command + 3, length);  // ALLOCATION LENGTH
     const SgResult result = SCAN_SendCommand(fd, command, {buffer, length});
     if (result.ioctlResult != 0) {
         SCAN_Record(LogLevel::Error, "inquiry 0x83 ioctl fail{%d}!\n", result.ioctlResult);
@@ -70,7 +75,7 @@ ResultCode SCAN_GetDiskWwn(ScsiDisk &disk)
     const OwnedMemory<std::uint8_t> buffer(static_cast<std::uint8_t *>(std::malloc(kResponseSize)));
     if (buffer == nullptr) {
         fd.Close();
-        SCAN_Record(LogLevel::Error, "malloc length{%u} buffer fail!\n", kResponseSize);
+        SCAN_Record(LogLevel::Error, "malloc length{%u} buffer fail!\n", unsigned{kResponseSize});
         return RET_NO_MEMORY;
     }
     const ResultCode result = SCAN_IusseInquiry0x83(fd.Get(), buffer.get(), kResponseSize);
