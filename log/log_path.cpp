@@ -51,5 +51,5 @@ ResultCode SCAN_InitLog()
         (void)std::printf("init log path name fail with err{%s}!\n", std::strerror(result));
         return RET_FAIL;
     }
-    return LOG_Init(path) == RET_OK ? RET_OK : RET_FAIL;
+    return LOG_Init(path);
 }

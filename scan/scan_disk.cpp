@@ -101,7 +101,7 @@ ResultCode SCAN_InitScsiDisk(ScsiDisk &disk)
     if (SCAN_GetScsiDiskWwid(disk) != RET_OK) {
         return RET_FAIL;
     }
-    return SCAN_GetScsiDiskSgName(disk) == RET_OK ? RET_OK : RET_FAIL;
+    return SCAN_GetScsiDiskSgName(disk);
 }
 
 ScsiSession *SCAN_SessionLookupCreate(const ScsiDisk &disk)
