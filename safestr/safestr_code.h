@@ -1,6 +1,6 @@
 // Codes and limits of the bounded memory and string functions.
 //
-// The functions carry the names and argument orders of C11 Annex K (ISO/IEC 9899:2011, K.3), but never call a
+// The functions carry the names and argument orders of C11 Annex K (ISO/IEC 9899:2011), but never call a
 // constraint handler: every failure is a return value, and most reset the destination, so that no partial or stale
 // text survives. Reset means that the first byte of a string destination becomes NUL.
 #pragma once

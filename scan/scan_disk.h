@@ -7,8 +7,8 @@
 #include "scan_state.h"
 #include "util_sysfs.h"
 
-inline constexpr std::size_t kVendorLength = 8;    // characters of a SCSI vendor identification (SPC-5, 6.6.2)
-inline constexpr std::size_t kProductLength = 16;  // characters of a SCSI product identification
+inline constexpr std::size_t kVendorLength = 8;    // vendor identification, characters (SPC-5, standard INQUIRY data)
+inline constexpr std::size_t kProductLength = 16;  // product identification, characters
 inline constexpr std::size_t kWwnLength = 32;      // hexadecimal digits of a 16-byte NAA designator
 inline constexpr std::size_t kSgNameSize = 32;     // bytes of a generic node path, the terminator included
 

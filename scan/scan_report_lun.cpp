@@ -25,7 +25,8 @@ constexpr int kMaxGrowths = 8;                       // nor one whose list never
 constexpr std::size_t kLunTextSize = 256;
 constexpr std::size_t kLunTextLimit = 127;  // bytes of a record's text, the terminator included
 
-// The kernel's number for a LUN entry: the four 2-byte addressing levels, the first in the lowest 16 bits (SAM-5, 4.7).
+// The kernel's number for an entry (SAM-5, eight byte LUN structure): of the four 2-byte addressing levels, the first
+// stands in the lowest 16 bits.
 std::uint64_t LunOfEntry(const std::uint8_t *entry)
 {
     std::uint64_t lun = 0;

@@ -1,4 +1,4 @@
-// REPORT LUNS: what a session's target reports now (SPC-5, 6.37).
+// REPORT LUNS: what a session's target reports now (SPC-5, REPORT LUNS command).
 #pragma once
 
 #include <cstdint>

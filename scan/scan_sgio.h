@@ -28,7 +28,7 @@ struct SgResult {
 // Opens the generic node `path`, not null, for commands; -1 when it cannot be opened.
 [[nodiscard]] int SCAN_OpenNode(const char *path);
 
-// Big-endian fields of SCSI command blocks and answers (SPC-5, 3.5).
+// Big-endian fields of SCSI command blocks and answers, as the command tables of SPC-5 have them.
 [[nodiscard]] constexpr std::uint16_t SCAN_ReadBe16(const std::uint8_t *bytes)
 {
     return static_cast<std::uint16_t>(bytes[0] << 8 | bytes[1]);

@@ -1,4 +1,4 @@
-// Device Identification VPD page 0x83: the WWN that a disk's logical unit carries now (SPC-5, 7.7.6).
+// The WWN that a disk's logical unit carries now (SPC-5, Device Identification VPD page, 0x83).
 #pragma once
 
 #include <cstdint>
