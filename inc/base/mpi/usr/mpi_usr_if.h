@@ -1,4 +1,4 @@
-// Shared base of every floor: result codes and the intrusive list.
+// Shared base of every layer: result codes and the intrusive list.
 #pragma once
 
 #include <cstddef>
