@@ -114,17 +114,27 @@ Directive TakeDirective(std::string_view &rest)
     return directive;
 }
 
+// Appends `piece` to the text in `text`; false when it does not fit with its terminator.
+bool Append(std::array<char, kDirectiveSize> &text, std::string_view piece)
+{
+    const std::size_t length = std::strlen(text.data());
+    if (length + piece.size() >= text.size()) {
+        return false;
+    }
+    std::copy(piece.begin(), piece.end(), text.begin() + length);
+    return true;
+}
+
 // Lets the C library do one conversion at the scan's position: `value` receives it, or is null to only measure it.
 // On a match the position moves behind the field, and `overflow` tells whether the number was out of range.
 template <typename Value>
 Outcome Convert(Scan &scan, const Directive &directive, std::string_view length, Value *value, bool &overflow)
 {
     std::array<char, kDirectiveSize> format{};
-    const auto sizeOf = [](std::string_view text) { return static_cast<int>(text.size()); };
-    const int written = std::snprintf(format.data(), format.size(), "%%%s%.*s%.*s%.*s%%n", value == nullptr ? "*" : "",
-                                      sizeOf(directive.width), directive.width.data(), sizeOf(length), length.data(),
-                                      sizeOf(directive.conversion), directive.conversion.data());
-    if (written < 0 || static_cast<std::size_t>(written) >= format.size()) {
+    const bool fits = Append(format, "%") && Append(format, value == nullptr ? "*" : "") &&
+                      Append(format, directive.width) && Append(format, length) &&
+                      Append(format, directive.conversion) && Append(format, "%n");
+    if (!fits) {
         return Outcome::MatchingFailure;
     }
     int consumed = -1;

@@ -79,10 +79,11 @@ void StartOver()
     MakeEmpty();
     Link("/dev/null", ".host/null");
     Link("/dev/full", ".host/full");
-    // Of the descriptors above 2, only the shell's own of this script may be there.
+    // Of the descriptors above 2, only the shell's own of this script may be there, and none of the others may be missing.
     Put("/run/bin/nvme", R"(#!/bin/sh
 exec 1>> /run/nvme.calls
 echo "$*"
+[ -e /proc/$$/fd/0 ] || echo 'no standard input'
 find /proc/$$/fd -type l ! -name '[012]' ! -lname /run/bin/nvme -printf 'inherited %l\n'
 [ ! -e "/run/nvme.fail.${2##*/}" ]
 )");

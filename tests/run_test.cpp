@@ -379,7 +379,7 @@ TEST_F(MachineTest, WithoutAnAudienceOrNvmeTheRunGoesOn)
 {
     AddTargets();
     EXPECT_NE(std::string::npos, RunCommand("-nc", "", "PATH=/nowhere").out.find("    scan nvme2 fail.\n"));
-    for (const std::string environment : {"sh -c 'exec \"$0\" >&-'", "sh -c '(sleep 0.1; exec \"$0\") | :'"}) {
+    for (const std::string environment : {"sh -c 'exec \"$0\" <&- >&-'", "sh -c '(sleep 0.1; exec \"$0\") | :'"}) {
         AddTargets();
         AddDisk({.hctl = "2:0:0:3", .isReported = false});
         EXPECT_EQ("2:0:0:3/delete 1\nhost2/scan - - -\nhost3/scan - - -\n", RunCommand("", "", environment).writes);
