@@ -79,7 +79,8 @@ void StartOver()
     MakeEmpty();
     Link("/dev/null", ".host/null");
     Link("/dev/full", ".host/full");
-    // Of the descriptors above 2, only the shell's own of this script may be there, and none of the others may be missing.
+    // Of the descriptors above 2, only the shell's own of this script may be there, and none of the others may be
+    // missing.
     Put("/run/bin/nvme", R"(#!/bin/sh
 exec 1>> /run/nvme.calls
 echo "$*"

@@ -1,0 +1,57 @@
+// The input as /etc/vd_plus.conf: every entry that is read is one that a query finds, and holds nothing that the format
+// takes out. As /etc/vdLinux.conf: no line moves a setting out of its range.
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "target.h"
+#include "udev_product.h"
+#include "udev_settings.h"
+
+namespace {
+
+std::string_view g_input;
+
+struct Setting {
+    const char *name;
+    int min;
+    int max;
+};
+
+constexpr Setting kSettings[] = {
+    {"dev_loss_tmo", 1, 600}, {"fast_io_fail_tmo", 0, 599}, {"recovery_tmo", 0, 600}, {"scsi_timeout", 1, 600}};
+
+}  // namespace
+
+// The linker leads fopen here.
+extern "C" FILE *__real_fopen(const char *path, const char *mode);
+extern "C" FILE *__wrap_fopen(const char *path, const char *mode)
+{
+    if (std::strncmp(path, "/etc/vd", 7) != 0) {
+        return __real_fopen(path, mode);
+    }
+    return fmemopen(const_cast<char *>(g_input.data()), g_input.size(), mode);
+}
+
+void Run(std::string_view input)
+{
+    g_input = input;
+    CHECK(UDEV_InitConfig() == 1);
+    for (const ProductNode &node : Products()) {
+        for (const char *field : {node.ruler_name, node.vendor_id, node.product_id, node.driver}) {
+            CHECK(std::strlen(field) < kProductFieldSize);
+            CHECK(std::strpbrk(field, " \t\r\n\";,=\\") == nullptr);
+        }
+        CHECK(UDEV_DeviceIsSupport(node.vendor_id, node.product_id) == 1);
+    }
+    UDEV_FreeProductList();
+
+    CHECK(UDEV_InitVdLinuxConfig() == RET_OK);
+    for (const Setting &setting : kSettings) {
+        char text[12];
+        CHECK(UDEV_GetVdLinuxCfgValue(setting.name, text, sizeof text) == RET_OK);
+        CHECK(std::atoi(text) >= setting.min);
+        CHECK(std::atoi(text) <= setting.max);
+    }
+}

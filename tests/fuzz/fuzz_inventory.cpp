@@ -1,0 +1,102 @@
+// The input as a device, "PATH|VENDOR|MODEL|WWID|GENERIC LINK": it is filed under the very numbers of its name, none of
+// them cut, or not at all.
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "scan_disk.h"
+#include "scan_target.h"
+#include "target.h"
+#include "udev_product.h"
+#include "util_udev.h"
+
+namespace {
+
+enum Field { kPath, kVendor, kModel, kWwid, kGenericLink, kFields };
+
+std::vector<std::string> g_device;
+
+}  // namespace
+
+// The linker leads readlink and access here.
+extern "C" ssize_t __wrap_readlink(const char * /*path*/, char *buffer, std::size_t size)
+{
+    return static_cast<ssize_t>(g_device[kGenericLink].copy(buffer, size));
+}
+
+extern "C" int __wrap_access(const char * /*path*/, int /*mode*/) { return 0; }
+
+// In place of the doors to sysfs and udev.
+std::int32_t INTF_UTIL_Write(const char *, const char *, const char *, std::uint32_t) { return -1; }
+
+std::int32_t INTF_UTIL_Read(const char * /*directory*/, const char *file, char *buffer, std::int32_t length)
+{
+    const Field field = *file == 'v' ? kVendor : *file == 'm' ? kModel : kWwid;
+    return static_cast<std::int32_t>(g_device[field].copy(buffer, static_cast<std::size_t>(length)));
+}
+
+ResultCode INTF_UTIL_UdevGetDevice(const char * /*subsystem*/, UdevDeviceHandler handler)
+{
+    handler(g_device[kPath].c_str(), nullptr);
+    return RET_OK;
+}
+
+namespace {
+
+// Behind a minus sign, as scanf's %u negates it.
+bool IsFiledAs(std::uint32_t filed, long long number)
+{
+    return std::llabs(number) <= UINT32_MAX && filed == static_cast<std::uint32_t>(number);
+}
+
+void CheckDisk(const ScsiDisk &disk)
+{
+    const std::string &path = g_device[kPath];
+    const std::string before = disk.devPath + std::string("/scsi_disk/");
+    CHECK(path.starts_with(before));
+    long long h = 0;
+    long long c = 0;
+    long long t = 0;
+    long long l = 0;
+    CHECK(std::sscanf(path.c_str() + before.size(), "%lld:%lld:%lld:%lld", &h, &c, &t, &l) == 4);
+    CHECK(IsFiledAs(disk.host, h) && IsFiledAs(disk.channel, c) && IsFiledAs(disk.target, t) && IsFiledAs(disk.lun, l));
+    CHECK(std::strcmp(disk.vendor, "V") == 0);
+    CHECK(std::strspn(disk.product, "P\\x20") == std::strlen(disk.product));  // groups "\x20" at the end do not count
+    CHECK(std::strlen(disk.wwid) == kWwnLength);
+    CHECK(std::strncmp(disk.sgName, "/dev/sg", 7) == 0);
+}
+
+}  // namespace
+
+void Run(std::string_view input)
+{
+    g_device.clear();
+    std::istringstream fields{std::string(input)};
+    for (std::string field; std::getline(fields, field, '|');) {
+        g_device.push_back(field);
+    }
+    g_device.resize(kFields);
+    char entry[] = "vendor_id=V,product_id=P";
+    std::uint8_t vendorsUnit = 1;
+    UDEV_AnalyzeLine(entry, sizeof entry, &vendorsUnit);
+    SCAN_GetAllScanTargets();
+    SCAN_GetAllScsiDisk();
+    for (const NvmeCtrl &ctrl : Controllers()) {
+        CHECK(std::strncmp(ctrl.ctrlName, "nvme", 4) == 0);
+        CHECK(ctrl.ctrlName[4 + std::strspn(ctrl.ctrlName + 4, "0123456789")] == '\0');
+    }
+    for (const ScsiSession &session : Sessions()) {
+        const ScsiDisk &disk = *DisksOf(session).begin();
+        CHECK(disk.host == session.host && disk.channel == session.channel && disk.target == session.target);
+        CheckDisk(disk);
+    }
+    SCAN_FreeAllScsiSession();
+    SCAN_FreeAllScsiHost();
+    SCAN_FreeAllNvmeCtrl();
+    UDEV_FreeProductList();
+}
