@@ -1,7 +1,4 @@
 // Exactly the stale disks are deleted, whatever the disks of a session answer.
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -88,24 +85,6 @@ std::string DeletedDisks()
     return Content(kWrites);
 }
 
-// The reports are those of thousands of runs. Returns what RestoreOutput takes.
-int SilenceOutput()
-{
-    (void)std::fflush(stdout);
-    const int output = dup(STDOUT_FILENO);
-    const int null = open("/dev/null", O_WRONLY);
-    (void)dup2(null, STDOUT_FILENO);
-    (void)close(null);
-    return output;
-}
-
-void RestoreOutput(int output)
-{
-    (void)std::fflush(stdout);
-    (void)dup2(output, STDOUT_FILENO);
-    (void)close(output);
-}
-
 class CheckTest : public MachineTest, public testing::WithParamInterface<std::size_t> {};
 
 TEST_P(CheckTest, DeletesExactlyTheStaleDisks)
@@ -121,7 +100,7 @@ TEST_P(CheckTest, DeletesExactlyTheStaleDisks)
     std::string expected;
     std::string deleted;
     unsigned int tried = 0;
-    const int output = SilenceOutput();
+    testing::internal::CaptureStdout();  // the reports of thousands of runs
     for (; tried < combinations && expected == deleted; ++tried) {
         unsigned int rest = tried;
         for (DiskAnswers &disk : disks) {
@@ -132,7 +111,7 @@ TEST_P(CheckTest, DeletesExactlyTheStaleDisks)
         expected = StaleDisks(disks);
         deleted = DeletedDisks();
     }
-    RestoreOutput(output);
+    (void)testing::internal::GetCapturedStdout();
     UDEV_FreeProductList();
     EXPECT_EQ(expected, deleted) << "combination " << tried - 1;
     std::printf("combinations %u\n", tried);

@@ -18,69 +18,69 @@ namespace table {
 
 namespace {
 
+using Step = std::function<void()>;
+using FileStep = std::function<void(const std::string &path, const std::string &rest)>;
+
+void RemoveFile(const std::string &path, const std::string & /*rest*/) { machine::Remove(path); }
+
+// Cannot be opened.
+void MakeSocket(const std::string &path, const std::string & /*rest*/)
+{
+    machine::Remove(path);
+    (void)mknod(path.c_str(), S_IFSOCK | 0600, 0);
+}
+
+const std::map<std::string, FileStep> kFileSteps = {{"file", machine::Put},
+                                                    {"link", machine::Link},
+                                                    {"device", machine::AddDevice},
+                                                    {"remove", RemoveFile},
+                                                    {"socket", MakeSocket}};
+const std::set<std::string> kOutcomes = {"prints", "deletes", "error", "info", "sends"};
 const std::map<std::string, int> kErrors = {{"EIO", EIO}, {"ENODEV", ENODEV}, {"ENOMEM", ENOMEM}};
 const std::map<std::string, machine::Query> kQueries = {{"report-luns", machine::kReportLuns},
                                                         {"inquiry", machine::kInquiry}};
-const std::set<std::string> kOutcomes = {"prints", "deletes", "error", "info", "sends"};
 
-// The pieces of a line, taken one after the other.
-class Pieces {
-public:
-    explicit Pieces(const std::string &line) : line_(line) {}
-    bool AtEnd() { return (line_ >> std::ws).eof(); }
-    std::string Next()
-    {
-        std::string piece;
-        if (!(line_ >> piece)) {
-            throw std::runtime_error("something is missing at the end");
-        }
-        return piece;
-    }
-    std::string Rest()
-    {
-        std::string rest;
-        std::getline(line_ >> std::ws, rest);
-        return rest;
-    }
-
-private:
-    std::istringstream line_;
-};
-
-std::string Matching(const std::string &text, const char *pattern)
-{
-    if (!std::regex_match(text, std::regex(pattern))) {
-        throw std::runtime_error("{" + text + "} is not understood");
-    }
-    return text;
-}
-
-int Number(const std::string &text) { return std::stoi(Matching(text, "\\d{1,5}")); }
+[[noreturn]] void Refuse(const std::string &text) { throw std::runtime_error("{" + text + "} is not understood"); }
 
 template <typename Value>
 Value Named(const std::map<std::string, Value> &values, const std::string &name)
 {
     const auto found = values.find(name);
     if (found == values.end()) {
-        throw std::runtime_error("{" + name + "} is not understood");
+        Refuse(name);
     }
     return found->second;
 }
 
-std::string Luns(const std::string &range)
+std::string Matching(const std::string &text, const char *pattern)
 {
-    const std::size_t dots = Matching(range, "\\d{1,5}\\.\\.\\d{1,5}").find('.');
-    const auto first = static_cast<std::uint64_t>(Number(range.substr(0, dots)));
-    std::vector<std::uint64_t> luns(static_cast<std::size_t>(Number(range.substr(dots + 2))) - first + 1);
-    std::iota(luns.begin(), luns.end(), first);
-    return machine::LunList(luns);
+    if (!std::regex_match(text, std::regex(pattern))) {
+        Refuse(text);
+    }
+    return text;
 }
 
-std::function<void()> TakeDisk(Pieces &pieces)
+int Number(const std::string &text) { return std::stoi(Matching(text, "\\d{1,5}")); }
+
+// The next word of a line; empty at its end.
+std::string Word(std::istream &line)
 {
-    machine::Disk disk{.hctl = Matching(pieces.Next(), "\\d+(:\\d+){3}")};
-    while (!pieces.AtEnd()) {
-        const std::string option = pieces.Next();
+    std::string word;
+    line >> word;
+    return word;
+}
+
+std::string Rest(std::istream &line)
+{
+    std::string rest;
+    std::getline(line >> std::ws, rest);
+    return rest;
+}
+
+Step TakeDisk(std::istream &line)
+{
+    machine::Disk disk{.hctl = Matching(Word(line), "\\d+(:\\d+){3}")};
+    for (std::string option; line >> option;) {
         if (option == "unmapped") {
             disk.isReported = false;
         } else if (option == "dead") {
@@ -92,150 +92,111 @@ std::function<void()> TakeDisk(Pieces &pieces)
     return [disk] { machine::AddDisk(disk); };
 }
 
-std::function<void()> TakeAnswer(Pieces &pieces)
+std::string Luns(const std::string &range)
 {
-    const std::string node = Matching(pieces.Next(), "sg\\d+");
-    const machine::Query query = Named(kQueries, pieces.Next());
+    const std::size_t dots = Matching(range, "\\d+\\.\\.\\d+").find('.');
+    const int first = Number(range.substr(0, dots));
+    const int last = Number(range.substr(dots + 2));
+    std::vector<std::uint64_t> luns(static_cast<std::size_t>(last - first + 1));
+    std::iota(luns.begin(), luns.end(), first);
+    return machine::LunList(luns);
+}
+
+Step TakeAnswer(std::istream &line)
+{
+    const std::string node = Matching(Word(line), "sg\\d+");
+    const machine::Query query = Named(kQueries, Word(line));
     machine::Answer answer;
     int attempt = 0;
-    while (!pieces.AtEnd()) {
-        const std::string field = Matching(pieces.Next(), "\\w+=.+");
+    const std::map<std::string, int *> numbers = {
+        {"attempt", &attempt}, {"status", &answer.status}, {"host", &answer.host}, {"driver", &answer.driver}};
+    for (std::string field; line >> field;) {
         const std::string name = field.substr(0, field.find('='));
-        const std::string value = field.substr(name.size() + 1);
+        const std::string value = Matching(field, "\\w+=.+").substr(name.size() + 1);
         if (name == "errno") {
             answer.error = Named(kErrors, value);
         } else if (name == "luns") {
             answer.data = Luns(value);
         } else if (name == "data") {
-            answer.data = machine::Bytes(Matching(value + pieces.Rest(), "( *[0-9a-fA-F]{2})+"));
+            answer.data = machine::Bytes(Matching(value + Rest(line), "( *[0-9a-fA-F]{2})+"));
         } else {
-            const std::map<std::string, int *> numbers = {
-                {"attempt", &attempt}, {"status", &answer.status}, {"host", &answer.host}, {"driver", &answer.driver}};
             *Named(numbers, name) = Number(value);
         }
     }
     return [=] { machine::SetAnswer(node, query, answer, attempt); };
 }
 
-// Cannot be opened.
-void MakeSocket(const std::string &path)
+Step TakeFile(const FileStep &step, std::istream &line)
 {
-    machine::Remove(path);
-    (void)mknod(path.c_str(), S_IFSOCK | 0600, 0);
+    const std::string path = Matching(Word(line), ".+");
+    const std::string rest = std::regex_replace(Rest(line), std::regex("\\\\n"), "\n");
+    return [=] { step(path, rest); };
 }
 
-std::function<void()> TakeFile(const std::string &word, Pieces &pieces)
+// The title as the name of a test, which no other has.
+std::string NameOf(std::string title, const std::vector<Case> &others)
 {
-    const std::string first = pieces.Next();
-    const std::string rest = std::regex_replace(pieces.Rest(), std::regex(R"(\\n)"), "\n");
-    if (word == "file") {
-        return [=] { machine::Put(first, rest); };
+    std::replace_if(title.begin(), title.end(), [](unsigned char c) { return std::isalnum(c) == 0; }, '_');
+    const auto isSame = [&title](const Case &other) { return other.name == title; };
+    if (std::any_of(others.begin(), others.end(), isSame)) {
+        throw std::runtime_error("a run needs a title of its own");
     }
-    if (word == "link") {
-        return [=] { machine::Link(first, rest); };
-    }
-    if (word == "device") {
-        return [=] { machine::AddDevice(first, rest); };
-    }
-    if (word == "socket") {
-        return [=] { MakeSocket(Matching(first + rest, "/dev/sg\\d+")); };
-    }
-    if (word == "remove") {
-        return [=] { machine::Remove(first); };
-    }
-    throw std::runtime_error("{" + word + "} is not understood");
-}
-
-// Constants by their names, each with the line of its definition until it is used.
-class Constants {
-public:
-    void Define(const std::string &name, const std::string &value, int line)
-    {
-        if (!values_.emplace(name, value).second) {
-            throw std::runtime_error("{" + name + "} is defined twice");
-        }
-        unused_[name] = line;
-    }
-    // The line with the values in the place of all $NAME.
-    std::string Resolve(std::string line)
-    {
-        static const std::regex use(R"(\$([A-Z_]+))");
-        for (std::smatch match; std::regex_search(line, match, use);) {
-            unused_.erase(match.str(1));
-            line = match.prefix().str() + Named(values_, match.str(1)) + match.suffix().str();
-        }
-        return line;
-    }
-    [[nodiscard]] const std::map<std::string, int> &Unused() const { return unused_; }
-
-private:
-    std::map<std::string, std::string> values_;
-    std::map<std::string, int> unused_;
-};
-
-void TakeStatement(Case &where, const std::string &line)
-{
-    Pieces pieces(line);
-    const std::string word = pieces.Next();
-    if (kOutcomes.contains(word)) {
-        if (where.name.empty()) {
-            throw std::runtime_error("{" + word + "} stands before the first title");
-        }
-        where.expected.push_back(line);
-    } else if (word == "disk") {
-        where.machine.push_back(TakeDisk(pieces));
-    } else if (word == "answer") {
-        where.machine.push_back(TakeAnswer(pieces));
-    } else {
-        where.machine.push_back(TakeFile(word, pieces));
-    }
+    return title;
 }
 
 }  // namespace
 
 std::vector<Case> Read(std::istream &description, const std::string &fileName)
 {
-    std::vector<Case> cases(1);
-    std::set<std::string> names;
-    Constants constants;
+    std::vector<Case> cases(1);  // the first stands for what is common to all, and so has no title
+    std::map<std::string, std::string> constants;
+    std::map<std::string, int> unused;  // constants, with the line that defines them
+    const std::regex use("\\$([A-Z_]+)");
     int number = 0;
+    const auto take = [&](std::string text) {
+        for (std::smatch match; std::regex_search(text, match, use);) {
+            unused.erase(match.str(1));
+            text = match.prefix().str() + Named(constants, match.str(1)) + match.suffix().str();
+        }
+        std::istringstream line(text);
+        const std::string word = Word(line);
+        if (word == "let") {
+            const std::string name = Matching(Word(line), "[A-Z_]+");
+            constants[name] = Rest(line);
+            unused[name] = number;
+            return;
+        }
+        if (word == "run") {
+            const std::string name = NameOf(Rest(line), cases);
+            cases.push_back(cases.front());
+            cases.back().line = number;
+            cases.back().name = name;
+        } else if (kOutcomes.contains(word) && !cases.back().name.empty()) {
+            cases.back().expected.push_back(text);
+        } else if (word == "disk") {
+            cases.back().machine.push_back(TakeDisk(line));
+        } else if (word == "answer") {
+            cases.back().machine.push_back(TakeAnswer(line));
+        } else {
+            cases.back().machine.push_back(TakeFile(Named(kFileSteps, word), line));
+        }
+        cases.back().text += text + "\n";
+    };
     const auto refuse = [&fileName](int line, const std::string &why) {
         throw std::runtime_error(fileName + ":" + std::to_string(line) + ": " + why);
     };
-    for (std::string line; std::getline(description, line);) {
+    for (std::string text; std::getline(description, text);) {
         ++number;
-        if (line.empty() || line[0] == '#') {
-            continue;
-        }
         try {
-            line = constants.Resolve(line);
-            Pieces pieces(line);
-            const std::string word = pieces.Next();
-            if (word == "let") {
-                const std::string name = Matching(pieces.Next(), "[A-Z_]+");
-                constants.Define(name, pieces.Rest(), number);
-            } else if (word == "run") {
-                std::string name = pieces.Rest();
-                std::replace_if(name.begin(), name.end(), [](unsigned char c) { return std::isalnum(c) == 0; }, '_');
-                if (name.empty() || !names.insert(name).second) {
-                    throw std::runtime_error("a run needs a title of its own");
-                }
-                cases.push_back(cases.front());
-                cases.back().line = number;
-                cases.back().name = name;
-            } else {
-                TakeStatement(cases.back(), line);
+            if (!text.empty() && text[0] != '#') {
+                take(text);
             }
-            cases.back().text += word == "let" ? "" : line + "\n";
         } catch (const std::runtime_error &error) {
             refuse(number, error.what());
         }
     }
-    for (const auto &[name, line] : constants.Unused()) {
+    for (const auto &[name, line] : unused) {
         refuse(line, "{" + name + "} is never used");
-    }
-    if (cases.size() > 1) {
-        cases.erase(cases.begin());
     }
     return cases;
 }
