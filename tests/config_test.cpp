@@ -31,10 +31,12 @@ TEST_F(MachineTest, SupportedDevicesAreReadLineByLine)
 {
     EXPECT_EQ("", Load("[Vendors]\nvendor_id=V\n") + Load(""));
     // A product line that is filled up to 511 characters; an unknown key takes a value of any length.
-    const std::string held = "vendor_id=V,x=" + std::string(497, 'y'), y63(63, 'y');
+    const std::string held = "vendor_id=V,x=" + std::string(497, 'y');
+    const std::string y63(63, 'y');
     const std::string tooLong = "UDEV UDEV_InitConfig: single line over maximum number of characters:" + held + "\n";
     const struct {
-        std::string lines, list;
+        std::string lines;
+        std::string list;
     } cases[] = {
         {held.substr(0, 510) + "\n", "|V||\n"},
         {held + "\nvendor_id=W\n", "|W||\n" + tooLong},
@@ -98,10 +100,12 @@ std::string LoadSettings(const std::string &file)
 
 TEST_F(MachineTest, SettingsKeepToTheirRanges)
 {
-    const std::string line510 = "dev_loss_tmo=7" + std::string(496, 'x'), line511 = line510 + "x";
+    const std::string line510 = "dev_loss_tmo=7" + std::string(496, 'x');
+    const std::string line511 = line510 + "x";
     const std::string noNumber = "1 0 0 1 \nUDEV UDEV_HandVdLinuxCfgReadLine: sscanf_s {dev_loss_tmo ";
     const struct {
-        std::string file, result;
+        std::string file;
+        std::string result;
     } cases[] = {
         {"\n ;\nscsi_timeout=7", "5 4 5 30 \n"},
         {"dev_loss_tmo=600\nfast_io_fail_tmo=599\nrecovery_tmo=600\nscsi_timeout=600\n", "600 599 600 600 \n"},

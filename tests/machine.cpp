@@ -144,9 +144,15 @@ std::string DiskDir(const std::string &hctl)
 
 std::string Wwn(const std::string &hctl)
 {
-    unsigned int h = 0, c = 0, t = 0, l = 0;
-    (void)std::sscanf(hctl.c_str(), "%u:%u:%u:%u", &h, &c, &t, &l);
-    return "6a1b2c3d4e5f" + Hex(h, 4) + Hex(c, 4) + Hex(t, 4) + Hex(l, 8);
+    std::istringstream numbers(hctl);
+    std::string digits = "6a1b2c3d4e5f";
+    for (const int width : {4, 4, 4, 8}) {
+        std::uint64_t number = 0;
+        numbers >> number;
+        numbers.ignore();
+        digits += Hex(number, width);
+    }
+    return digits;
 }
 
 std::string Bytes(const std::string &hex)

@@ -329,7 +329,8 @@ TEST_F(MachineTest, OnlyRootRunsIt)
 
 TEST_F(MachineTest, OneRunAtATime)
 {
-    const std::string pidFile = "/run/vdRescan_plus.pid", record = "SCAN SCAN_CheckOnlyOneRun: ";
+    const std::string pidFile = "/run/vdRescan_plus.pid";
+    const std::string record = "SCAN SCAN_CheckOnlyOneRun: ";
     AddTargets();
     // The shell prints its own process id before it becomes the command.
     Result result = RunCommand("", "", "sh -c 'echo $$; exec \"$0\"'");

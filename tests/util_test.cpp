@@ -9,20 +9,26 @@ namespace {
 
 TEST(UtilString, KeepsToItsFieldAndItsCharacters)
 {
-    char text[] = "nanaa.12naa.3", *cursor = text, blanks[] = "a b\t \0a b\t ", hex[6] = "#####";
+    char text[] = "nanaa.12naa.3";
+    char *cursor = text;
     EXPECT_STREQ("na", INTF_UTIL_StrSep(&cursor, "naa."));
     EXPECT_STREQ("12naa.3", cursor);
     EXPECT_STREQ("12naa.3", INTF_UTIL_StrSep(&cursor, ""));
     EXPECT_EQ(nullptr, cursor);
+
+    char blanks[] = "a b\t ";
+    INTF_UTIL_TrimTailSpace(blanks, 4);  // the blank at its end is not in the field
+    EXPECT_STREQ("a b\t ", blanks);
     INTF_UTIL_TrimTailSpace(blanks, 9);
     EXPECT_STREQ("a b\t", blanks);
-    INTF_UTIL_TrimTailSpace(blanks + 6, 4);
-    EXPECT_STREQ("a b\t ", blanks + 6);
+
     EXPECT_EQ(1, INTF_UTIL_IsHexStr("0189afAF"));
     for (const char *digits : {"0g", "0G", "0/", "0:", "0@", "0`"}) {
         EXPECT_EQ(0, INTF_UTIL_IsHexStr(digits)) << digits;
     }
+
     const std::uint8_t bytes[] = {0x0a, 0xff};
+    char hex[6] = "#####";
     EXPECT_EQ(RET_INVALID_PARAM, INTF_UTIL_BytesToHexStr(bytes, 2, hex, 4));
     EXPECT_EQ(RET_INVALID_PARAM, INTF_UTIL_BytesToHexStr(bytes, 0x80000000, hex, 4));
     EXPECT_STREQ("#####", hex);
