@@ -19,6 +19,7 @@
 #include "fault_order.h"
 
 extern "C" void *__libc_malloc(size_t size);
+extern "C" void *__libc_calloc(size_t count, size_t size);
 
 namespace {
 
@@ -229,4 +230,7 @@ udev_device *udev_device_new_from_syspath(udev *context, const char *path)
 
 // Looking up the next one would itself take memory.
 void *malloc(size_t size) noexcept { return Fails("malloc", "") ? nullptr : __libc_malloc(size); }
+
+// The compiler makes one of a malloc and the memset behind it.
+void *calloc(size_t count, size_t size) noexcept { return Fails("calloc", "") ? nullptr : __libc_calloc(count, size); }
 }

@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <map>
@@ -35,6 +36,51 @@ const std::vector<int> kOnlyNoMemory = {ENOMEM};
 const std::string kPidFile = "/run/vdRescan_plus.pid";
 const std::set<std::string> kStale = {"2:0:0:2", "2:0:0:3", "2:0:1:1", "2:0:1:2"};
 const std::vector<std::string> kRescans = {"host2/scan - - -\n", "host3/scan - - -\n", "/dev/nvme1 ", "/dev/nvme2 "};
+
+// All ERROR records that these faults lead to: operation and message, without what stands in braces and without paths.
+const std::set<std::string> kErrorRecords = {
+    "SCAN_CheckOnlyOneRun: can't lock file{} with err{}.",
+    "SCAN_CheckOnlyOneRun: can't open file{} with err{}.",
+    "SCAN_CheckOnlyOneRun: write fail in file{} with err{}.",
+    "SCAN_CreateNvmeCtrl: malloc nvme ctrl fail.",
+    "SCAN_CreateScsiDisk: malloc scsi disk fail by path{}.",
+    "SCAN_CreateScsiHost: malloc scsi host by num{} fail.",
+    "SCAN_DeleteChangeDisk:     delete 2:0:0:2 fail.",
+    "SCAN_DeleteChangeDisk:     delete 2:0:0:3 fail.",
+    "SCAN_DeleteChangeDisk:     delete 2:0:1:1 fail.",
+    "SCAN_DeleteChangeDisk:     delete 2:0:1:2 fail.",
+    "SCAN_GetAllScanTargets: ERROR: get nvme ctrl fail by udev.",
+    "SCAN_GetAllScanTargets: ERROR: get scsi host fail by udev.",
+    "SCAN_GetAllScsiDisk: ERROR: get scsi disk fail by udev.",
+    "SCAN_GetDiskWwn: malloc length{} buffer fail!",
+    "SCAN_GetDiskWwn: open file{} fail!",
+    "SCAN_GetScsiDiskSgName: full name{} read link fail.",
+    "SCAN_GetScsiDiskSgName: sg{} check read authority fail.",
+    "SCAN_GetScsiDiskWwid: scsi disk get wwid fail by path{}.",
+    "SCAN_Init: init vd config fail!",
+    "SCAN_InitScsiDisk: scsi disk get product fail by path{}.",
+    "SCAN_InitScsiDisk: scsi disk get vendor fail by path{}.",
+    "SCAN_IssueReportLun: iusse report lun ioctl fail{}!",
+    "SCAN_IusseInquiry0x83: inquiry 0x83 ioctl fail{}!",
+    "SCAN_ParseReportLunids: malloc length{} buffer fail!",
+    "SCAN_ReportLun: malloc length{} buffer fail!",
+    "SCAN_ReportLun: open file{} fail!",
+    "SCAN_ScanNvmeCtrl: fail.",
+    "SCAN_ScanScsiHost: fail.",
+    "SCAN_SessionLookupCreate: scsi session malloc fail by sg{}.",
+    "INTF_UTIL_Read: open file{} failed!",
+    "INTF_UTIL_Read: read fail in file{} with ret{}.",
+    "INTF_UTIL_UdevGetDevice: create new udev is fail.",
+    "INTF_UTIL_UdevGetDevice: udev enumerate add match subsystem{} fail with ret{}.",
+    "INTF_UTIL_UdevGetDevice: udev enumerate iterator is NULL.",
+    "INTF_UTIL_UdevGetDevice: udev enumerate scan fail with ret{}.",
+    "INTF_UTIL_Write: open file{} failed!",
+    "INTF_UTIL_Write: write fail in file{} with ret{}.",
+    "UDEV_DeviceIsSupport: list is NULL.",
+    "UDEV_InitConfig: open file failed.",
+    "UDEV_AllocProductNode: malloc failed",
+    "UTIL_UdevForEach: get device failed devPath:",
+    "UTIL_UdevForEach: get device path failed."};
 
 // A machine with disks of every kind: healthy, changed, removed, not connected, not supported; and a session in which
 // only the second disk answers.
@@ -121,6 +167,28 @@ void ExpectOnlyStaleDeleted()
     }
 }
 
+// The records of a run, as kErrorRecords has them. (A regular expression would take longer than the run.)
+void ExpectKnownErrors()
+{
+    const std::string trace = Content(kLog);
+    const std::string level = "[ERROR][SCAN  ][";  // as long as that of UDEV
+    for (std::size_t at = trace.find("[ERROR]["); at != std::string::npos; at = trace.find("[ERROR][", at + 1)) {
+        const std::size_t name = at + level.size();
+        std::string message;
+        bool isInBraces = false;
+        for (std::size_t i = trace.find(']', name) + 1; i < trace.size() && trace[i] != '\n' && trace[i] != '['; ++i) {
+            isInBraces = isInBraces && trace[i] != '}';
+            if (!isInBraces) {
+                message += trace[i];
+            }
+            isInBraces = isInBraces || trace[i] == '{';
+        }
+        message.resize(std::min(message.find('/'), message.size()));
+        const std::string record = trace.substr(name, trace.find(':', name) - name) + ": " + message;
+        EXPECT_TRUE(kErrorRecords.contains(record)) << record;
+    }
+}
+
 void ExpectLockFree()
 {
     const int fd = open(kPidFile.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
@@ -166,6 +234,7 @@ TEST_P(FaultTest, DeletesNoHealthyDisk)
             EXPECT_EQ("", Content("/run/err"));
             ExpectOnlyStaleDeleted();
             ExpectRescans(call);
+            ExpectKnownErrors();
         }
         ++kills;
         EXPECT_TRUE(WIFSIGNALED(command.Run({number, kKill})));
