@@ -35,7 +35,7 @@ const std::map<std::string, FileStep> kFileSteps = {{"file", machine::Put},
                                                     {"device", machine::AddDevice},
                                                     {"remove", RemoveFile},
                                                     {"socket", MakeSocket}};
-const std::set<std::string> kOutcomes = {"prints", "deletes", "error", "info", "sends"};
+const std::set<std::string> kOutcomes = {"prints", "deletes", "rescans", "error", "info", "sends"};
 const std::map<std::string, int> kErrors = {{"EIO", EIO}, {"ENODEV", ENODEV}, {"ENOMEM", ENOMEM}};
 const std::map<std::string, machine::Query> kQueries = {{"report-luns", machine::kReportLuns},
                                                         {"inquiry", machine::kInquiry}};
