@@ -8,6 +8,7 @@
 #include <ctime>
 #include <string_view>
 
+#include "log_record.h"
 #include "mpi_owner.h"
 #include "safestr_format.h"
 #include "safestr_memory.h"
@@ -15,7 +16,6 @@
 
 namespace {
 
-constexpr unsigned int kRecordMark = 0x5342;  // first half of every record id
 constexpr unsigned int kRecordKind = 0;
 constexpr std::size_t kTimeSize = 40;
 constexpr std::size_t kRecordSize = 16384;  // holds every record but one that repeats a word of the command line
@@ -26,8 +26,6 @@ constexpr std::array<const char *, 34> kModuleNames = {
     "PIA_BASE", "DISK", "VHBA",  "VHBA_BASE", "VHBA_EXT", "VLM",     "SHEL",    "SHEL_BASE", "SHEL_EXT",
     "UIA",      "UIL",  "CLI",   "GUI",       "UDEV",     "SCAN",    "DETACH",  "REG",       "INST",
     "OUC",      "AGT",  "EVENT", "PCM",       "REF",      "HOM_EXT", "HOM_BASE"};
-
-constexpr std::array<const char *, 5> kLevelNames = {"DEBUG", "INFO", "WARN", "ERROR", "FATAL"};
 
 static_assert(std::string_view(kModuleNames[static_cast<std::size_t>(ModuleId::Udev)]) == "UDEV" &&
               std::string_view(kModuleNames[static_cast<std::size_t>(ModuleId::Scan)]) == "SCAN");

@@ -38,7 +38,7 @@ const char *GetFilePathByType(DirectoryKind kind, const char *name)
 ResultCode SCAN_InitLog()
 {
     char path[kLogPathSize] = {};
-    const char *file = GetFilePathByType(DirectoryKind::Log, "vd_rescan_log.txt");
+    const char *file = GetFilePathByType(DirectoryKind::Log, kTraceFileName);
     if (file == nullptr) {
         // There is nowhere else to tell it.
         (void)std::printf("Get SCAN trace log file failed.\n");

@@ -10,6 +10,8 @@ enum class DirectoryKind : std::uint32_t {
     Configuration = 5,  // /etc/Veridane_NVMe/
 };
 
+inline constexpr const char *kTraceFileName = "vd_rescan_log.txt";  // of the command, in the log directory
+
 // Returns the full path of the file `name` in the directory of that kind, at most 119 characters, in a static buffer
 // that the next call overwrites; null when it does not fit or the kind is unknown.
 [[nodiscard]] const char *GetFilePathByType(DirectoryKind kind, const char *name);
