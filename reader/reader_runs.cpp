@@ -1,0 +1,115 @@
+#include "reader_runs.h"
+
+#include <utility>
+
+namespace {
+
+// What garbage can make this program keep is limited; no real run comes near.
+constexpr std::size_t kMaxOpen = 1000;                   // runs that wait for the end of one that began earlier
+constexpr std::size_t kMaxText = std::size_t{64} << 20;  // bytes of their records
+
+// The phase in which a run is after the record.
+RunPhase PhaseAfter(const LogRecord &record)
+{
+    const auto is = [&record](std::string_view function, std::string_view message) {
+        return record.function == function && record.message.starts_with(message);
+    };
+    if (is("SCAN_CheckOnlyOneRun", "can't ")) {
+        return RunPhase::LockFailed;
+    }
+    if (is("SCAN_Init", "WARN: ")) {
+        return RunPhase::Refused;
+    }
+    if (is("main", "vdRescan_plus end.")) {
+        return RunPhase::Over;
+    }
+    return is("SCAN_Init", "vdRescan_plus start") ? RunPhase::Started : RunPhase::Working;
+}
+
+bool IsOver(RunPhase phase)
+{
+    return phase == RunPhase::Refused || phase == RunPhase::Over;
+}
+
+// Whether a run in the phase `from` can have written a record after which it is in the phase `to`.
+bool CanFollow(RunPhase from, RunPhase to)
+{
+    return from == RunPhase::Started || (from == RunPhase::LockFailed && to == RunPhase::Refused) ||
+           (from == RunPhase::Working && (to == RunPhase::Working || to == RunPhase::Over));
+}
+
+// The run that wrote the record. Where several expect its number it is the youngest: one that works is further, one
+// that was stopped writes no more, and of two that have only begun it does not matter which is which.
+OpenRun &OwnerOf(RunStream &runs, const LogRecord &record, RunPhase phase)
+{
+    OpenRun *afterGap = nullptr;
+    for (auto run = runs.open.rbegin(); run != runs.open.rend() && record.sequence > 1; ++run) {
+        if (run->expected > record.sequence || !CanFollow(run->phase, phase)) {
+            continue;
+        }
+        if (run->expected == record.sequence) {
+            return *run;
+        }
+        afterGap = afterGap == nullptr ? &*run : afterGap;
+    }
+    if (afterGap != nullptr) {
+        afterGap->run.isWhole = false;
+        return *afterGap;
+    }
+    OpenRun &begun = runs.open.emplace_back();
+    begun.run.number = ++runs.count;
+    begun.run.isWhole = record.sequence == 1;
+    return begun;
+}
+
+// Marks as over what can write no more after `owner` has come to `phase`.
+void EndOthers(RunStream &runs, const OpenRun &owner, RunPhase phase)
+{
+    for (OpenRun &other : runs.open) {
+        if (&other == &owner) {
+            return;
+        }
+        // Only one works at a time; and one that began before it would have been refused by its end.
+        if (phase == RunPhase::Over || (phase == RunPhase::Working && other.phase == RunPhase::Working)) {
+            other.phase = RunPhase::Over;
+        }
+    }
+}
+
+void File(RunStream &runs, const LogRecord &record)
+{
+    const RunPhase phase = PhaseAfter(record);
+    OpenRun &owner = OwnerOf(runs, record, phase);
+    EndOthers(runs, owner, phase);
+    const bool isRefusal = record.level == LogLevel::Warn && record.function == "main";  // of its options
+    owner.run.isRefused = owner.run.isRefused || isRefusal || phase == RunPhase::Refused;
+    owner.phase = phase;
+    owner.expected = record.sequence < INT32_MAX ? record.sequence + 1 : record.sequence;
+    if (owner.run.text.size() + record.whole.size() <= kMaxText) {
+        owner.run.text += record.whole;
+        runs.kept += record.whole.size();
+    } else {
+        owner.run.isWhole = false;
+    }
+}
+
+}  // namespace
+
+bool READER_NextRun(RunStream &runs, RunText &run)
+{
+    const auto isFrontOver = [&runs] {
+        return !runs.open.empty() && (IsOver(runs.open.front().phase) || runs.open.size() > kMaxOpen ||
+                                      (runs.kept > kMaxText && runs.open.size() > 1));
+    };
+    LogRecord record;
+    while (!isFrontOver() && READER_NextRecord(runs.log, record)) {
+        File(runs, record);
+    }
+    if (runs.open.empty()) {
+        return false;
+    }
+    run = std::move(runs.open.front().run);
+    runs.open.pop_front();
+    runs.kept -= run.text.size();
+    return true;
+}
