@@ -1,0 +1,327 @@
+#include "reader_run.h"
+
+#include <algorithm>
+#include <ctime>
+#include <iterator>
+#include <unordered_map>
+#include <utility>
+
+#include "reader_query.h"
+#include "reader_text.h"
+
+namespace {
+
+// A run whose records are being read.
+struct Telling {
+    Run run;
+    Queries queries;
+    std::unordered_map<std::string, std::size_t> diskOf;  // indices in Run::disks, by address
+    std::string_view withoutProduct;                      // address of a disk whose product could not be read
+};
+
+bool IsAddress(std::string_view text)
+{
+    return text.find_first_not_of("0123456789:") == std::string_view::npos &&
+           std::count(text.begin(), text.end(), ':') == 3;
+}
+
+// The filed disk with that address. One that is not filed, because records are missing, is added.
+Disk &DiskAt(Telling &telling, std::string_view address)
+{
+    const auto [found, isNew] = telling.diskOf.try_emplace(std::string(address), telling.run.disks.size());
+    if (isNew) {
+        telling.run.disks.emplace_back().address = address;
+    }
+    return telling.run.disks[found->second];
+}
+
+void TellCourse(Telling &telling, const LogRecord &record)
+{
+    constexpr std::array<std::pair<std::string_view, const char *>, 3> kRefusals = {
+        {{"WARN: please exit", "not root"}, {"WARN: there is", "another copy"}, {"WARN: input param", "options"}}};
+    Run &run = telling.run;
+    for (const auto &[message, refusal] : kRefusals) {
+        if (record.message.starts_with(message)) {
+            run.outcome = Outcome::Refused;
+            run.refusal = refusal;
+            run.checked = false;
+        }
+    }
+    if (record.message.starts_with("init vd config fail!")) {
+        run.listLoaded = false;
+        run.checked = false;
+    } else if (record.message.starts_with("vdRescan_plus end.")) {
+        run.outcome = Outcome::Complete;
+    }
+}
+
+void TellTargets(Telling &telling, const LogRecord &record)
+{
+    if (record.level == LogLevel::Error) {
+        telling.run.inventoryErrors.push_back(READER_Shown(record.message));
+    }
+}
+
+// "create scsi disk{h:c:t:l, vendor, product, wwn, node} finish."
+void TellFiledDisk(Telling &telling, std::string_view message)
+{
+    constexpr std::string_view kComma = ", ";
+    const std::string_view fields = READER_Between(message, "{", "} finish.\n");
+    const std::size_t vendor = fields.find(kComma);
+    const std::size_t product = fields.find(kComma, vendor + 1);
+    const std::size_t node = fields.rfind(kComma);
+    const std::size_t wwn = fields.rfind(kComma, node - 1);
+    const std::string_view address = fields.substr(0, vendor);
+    if (product == std::string_view::npos || product >= wwn || wwn >= node || !IsAddress(address) ||
+        telling.diskOf.contains(std::string(address))) {
+        return;
+    }
+    const auto field = [fields, kComma](std::size_t comma, std::size_t end) {
+        return READER_Shown(fields.substr(comma + kComma.size(), end - comma - kComma.size()));
+    };
+    Disk &disk = DiskAt(telling, address);
+    disk.vendor = field(vendor, product);
+    disk.product = field(product, wwn);
+    disk.wwn = field(wwn, node);
+    disk.node = field(node, fields.size());
+    READER_FileDisk(telling.queries, disk, telling.run.disks.size() - 1);
+}
+
+// The address in "path{DIRECTORY/h:c:t:l}" or "full name{DIRECTORY/h:c:t:l/generic}"; empty without one.
+std::string_view AddressIn(std::string_view message)
+{
+    const std::string_view path = READER_Between(message, "path{", "}");
+    const std::string_view directory = path.empty() ? READER_Between(message, "full name{", "/generic}") : path;
+    const std::string_view name = directory.substr(directory.rfind('/') + 1);
+    return IsAddress(name) ? name : std::string_view();
+}
+
+void LeaveOut(Run &run, std::string_view address, std::string_view message)
+{
+    Disk &disk = run.leftOut.emplace_back();
+    disk.address = address;
+    disk.node = READER_Shown(READER_Between(message, "sg{", "}"));
+    disk.state = DiskState::LeftOut;
+    disk.reason = READER_Shown(message);
+}
+
+void TellDisk(Telling &telling, const LogRecord &record)
+{
+    const std::string_view message = record.message;
+    telling.run.checked = true;
+    if (message.starts_with("create scsi disk{")) {
+        TellFiledDisk(telling, message);
+    } else if (message.starts_with("create scsi session{")) {
+        ++telling.run.sessions;
+    } else if (message.starts_with("scsi disk get product fail")) {
+        telling.withoutProduct = AddressIn(message);
+    } else if (record.level == LogLevel::Error) {
+        LeaveOut(telling.run, AddressIn(message), message);
+    } else if (const std::string_view address = READER_Between(message, "scsi disk{", "}");
+               !address.empty() && address == telling.withoutProduct) {
+        // With its product it may be supported.
+        LeaveOut(telling.run, address, "its product could not be read");
+    } else {
+        ++telling.run.disksOfOthers;
+    }
+}
+
+void TellDiskClass(Telling &telling, const LogRecord &record)
+{
+    telling.run.checked = true;
+    TellTargets(telling, record);
+}
+
+void TellLuns(Telling &telling, const LogRecord &record)
+{
+    const std::string_view session = READER_Between(record.message, "session{", "}");
+    if (record.level == LogLevel::Error) {
+        READER_LunsFailed(telling.queries, record.message);
+    } else if (!session.empty()) {  // others hold the LUNs themselves
+        READER_LunsAnswered(telling.queries, session);
+    }
+}
+
+void TellInquiry(Telling &telling, const LogRecord &record)
+{
+    READER_InquiryFailed(telling.queries, record.message);
+}
+
+// A line of the report, if it names a disk: "    h:c:t:l", of a changed one with " [old name -> new name]".
+void TellStale(Telling &telling, const LogRecord &record)
+{
+    const bool isChanged = record.function == "SCAN_PrintRemapped";
+    const bool isRemoved = record.function == "SCAN_PrintRemoved";
+    const std::string_view address = READER_Between(record.message, "    ", isChanged ? " [" : "\n");
+    if (!IsAddress(address)) {
+        return;
+    }
+    Disk &disk = DiskAt(telling, address);
+    disk.state = isChanged ? DiskState::Changed : isRemoved ? DiskState::Removed : DiskState::NotConnected;
+    if (isChanged) {
+        disk.wwn = READER_Shown(READER_Between(record.message, " [", " -> "));
+        disk.wwnNow = READER_Shown(READER_Between(record.message, " -> ", "]\n"));
+    }
+}
+
+void TellQuestion(Telling &telling, const LogRecord & /*record*/)
+{
+    telling.run.asked = true;
+}
+
+void TellDeletion(Telling &telling, const LogRecord &record)
+{
+    telling.run.answer = telling.run.asked ? std::optional(true) : std::nullopt;
+    const std::string_view address = READER_Between(record.message, "    delete ", " ");
+    if (IsAddress(address)) {
+        DiskAt(telling, address).action =
+            record.message.ends_with("success.\n") ? DiskAction::Deleted : DiskAction::Failed;
+    }
+}
+
+// The rescans begin, whatever came of the question.
+void TellRescans(Telling &telling, const LogRecord & /*record*/)
+{
+    if (telling.run.asked && !telling.run.answer) {
+        telling.run.answer = false;
+    }
+}
+
+// "    scan host2 ", which "success." or "fail." follows.
+void TellRescan(Telling &telling, const LogRecord &record)
+{
+    Run &run = telling.run;
+    const bool isHost = record.function == "SCAN_ScanScsiHost";
+    std::vector<std::string> &failed = isHost ? run.hostsNotRescanned : run.controllersNotRescanned;
+    if (record.message.starts_with("    scan ")) {
+        // Until it is known to be rescanned, it is not; the run may have ended there.
+        failed.push_back(READER_Shown(READER_Between(record.message, "    scan ", " ")));
+    } else if (record.message.starts_with("success.") && !failed.empty()) {
+        failed.pop_back();
+        ++(isHost ? run.hostsRescanned : run.controllersRescanned);
+    }
+}
+
+// By the function that writes the records.
+using Teller = std::pair<std::string_view, void (*)(Telling &telling, const LogRecord &record)>;
+
+constexpr std::array<Teller, 28> kTellers = {{
+    {"SCAN_Init", TellCourse},
+    {"main", TellCourse},
+    {"SCAN_GetAllScanTargets", TellTargets},
+    {"SCAN_HandUdevScsiHost", TellTargets},
+    {"SCAN_CreateScsiHost", TellTargets},
+    {"SCAN_CreateNvmeCtrl", TellTargets},
+    {"SCAN_GetAllScsiDisk", TellDiskClass},
+    {"SCAN_HandUdevScsiDisk", TellDisk},
+    {"SCAN_CreateScsiDisk", TellDisk},
+    {"SCAN_InitScsiDisk", TellDisk},
+    {"SCAN_GetScsiDiskWwid", TellDisk},
+    {"SCAN_GetScsiDiskSgName", TellDisk},
+    {"SCAN_SessionLookupCreate", TellDisk},
+    {"SCAN_ReportLun", TellLuns},
+    {"SCAN_IssueReportLun", TellLuns},
+    {"SCAN_ParseReportLunids", TellLuns},
+    {"SCAN_PrintLunIds", TellLuns},
+    {"SCAN_GetDiskWwn", TellInquiry},
+    {"SCAN_IusseInquiry0x83", TellInquiry},
+    {"SCAN_ParseDiskWwn", TellInquiry},
+    {"SCAN_PrintNoConnect", TellStale},
+    {"SCAN_PrintRemoved", TellStale},
+    {"SCAN_PrintRemapped", TellStale},
+    {"SCAN_DeleteChangeMap", TellQuestion},
+    {"SCAN_DeleteChangeDisk", TellDeletion},
+    {"SCAN_ScanAllScsiHost", TellRescans},
+    {"SCAN_ScanScsiHost", TellRescan},
+    {"SCAN_ScanNvmeCtrl", TellRescan},
+}};
+
+void Tell(Telling &telling, const LogRecord &record)
+{
+    Run &run = telling.run;
+    run.end = READER_Shown(record.time);
+    if (run.start.empty()) {
+        run.start = run.end;
+    }
+    const auto *teller = std::find_if(kTellers.begin(), kTellers.end(),
+                                      [&record](const Teller &known) { return known.first == record.function; });
+    if (teller == kTellers.end()) {
+        return;
+    }
+    teller->second(telling, record);
+    // The start-up would have recorded a list that could not be loaded.
+    if (record.function != "SCAN_Init" && !run.listLoaded && run.isWhole) {
+        run.listLoaded = true;
+    }
+}
+
+// What only all records together tell.
+void Conclude(Telling &telling)
+{
+    Run &run = telling.run;
+    READER_AssignQueries(telling.queries, run);
+    for (Disk &disk : run.disks) {
+        if (disk.state == DiskState::Healthy && !disk.reason.empty()) {
+            disk.state = DiskState::NotQuestioned;
+        }
+        if (disk.IsStale() && disk.action == DiskAction::None && run.answer == false) {
+            disk.action = DiskAction::Kept;
+        }
+    }
+}
+
+}  // namespace
+
+Run READER_Tell(const RunText &text)
+{
+    Telling telling;
+    telling.run.number = text.number;
+    telling.run.isWhole = text.isWhole;
+    std::string_view rest = text.text;
+    for (LogRecord record; READER_TakeRecord(rest, record);) {
+        Tell(telling, record);
+    }
+    Conclude(telling);
+    return std::move(telling.run);
+}
+
+std::vector<Disk> READER_Remarkable(const Run &run)
+{
+    std::vector<Disk> disks;
+    std::copy_if(run.disks.begin(), run.disks.end(), std::back_inserter(disks),
+                 [](const Disk &disk) { return disk.state != DiskState::Healthy; });
+    disks.insert(disks.end(), run.leftOut.begin(), run.leftOut.end());
+    return disks;
+}
+
+Tally READER_TallyOf(const Run &run)
+{
+    Tally tally;
+    tally.notQuestioned = run.leftOut.size() + run.unassigned.size();
+    for (const Disk &disk : run.disks) {
+        tally.stale += disk.IsStale() ? 1 : 0;
+        tally.deleted += disk.action == DiskAction::Deleted ? 1 : 0;
+        tally.failed += disk.action == DiskAction::Failed ? 1 : 0;
+        tally.notQuestioned += disk.state == DiskState::NotQuestioned ? 1 : 0;
+    }
+    return tally;
+}
+
+std::optional<long long> READER_Seconds(const std::string &time)
+{
+    std::tm parts = {};
+    const char *end = strptime(time.c_str(), "%Y-%m-%d %H:%M:%S", &parts);
+    if (end == nullptr || *end != '\0') {
+        return std::nullopt;
+    }
+    parts.tm_isdst = -1;
+    return std::mktime(&parts);
+}
+
+std::optional<long long> READER_Duration(const Run &run)
+{
+    const auto start = READER_Seconds(run.start);
+    const auto end = READER_Seconds(run.end);
+    // A clock that was set back tells nothing.
+    return start && end && *end >= *start ? std::optional(*end - *start) : std::nullopt;
+}

@@ -1,0 +1,85 @@
+// What one run did, as far as its records tell.
+#pragma once
+
+#include <array>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "reader_runs.h"
+
+enum class Outcome { NotEnded, Complete, Refused };
+inline constexpr std::array<const char *, 3> kOutcomeNames = {"not ended", "complete", "refused"};
+
+enum class DiskState { Healthy, Removed, Changed, NotConnected, NotQuestioned, LeftOut };
+inline constexpr std::array<const char *, 6> kStateNames = {"healthy",       "removed",        "changed",
+                                                            "not connected", "not questioned", "left out"};
+
+enum class DiskAction { None, Deleted, Failed, Kept };
+inline constexpr std::array<const char *, 4> kActionNames = {"none", "deleted", "failed", "kept"};
+
+// What the log does not tell of a disk is empty.
+struct Disk {
+    std::string address;  // h:c:t:l
+    std::string node;     // its generic node
+    std::string vendor;
+    std::string product;
+    std::string wwn;     // that the kernel held
+    std::string wwnNow;  // of a changed disk
+    DiskState state = DiskState::Healthy;
+    std::string reason;  // why it was left out, or the queries to it that failed
+    DiskAction action = DiskAction::None;
+
+    [[nodiscard]] bool IsStale() const { return state >= DiskState::Removed && state <= DiskState::NotConnected; }
+};
+
+// A query that failed, on one of these disks, or, where there are none, on any.
+struct Unassigned {
+    std::string message;
+    std::vector<std::size_t> disks;  // indices in Run::disks
+};
+
+struct Run {
+    std::uint64_t number = 0;
+    bool isWhole = true;  // false: records are missing
+    std::string start;    // times of the first and the last record
+    std::string end;
+    Outcome outcome = Outcome::NotEnded;
+    std::string refusal;  // "not root", "another copy" or "options"
+    std::optional<bool> listLoaded;
+    std::optional<bool> checked;  // nothing where --nocheck and a host without SCSI disks look alike
+    bool asked = false;
+    std::optional<bool> answer;
+    std::size_t disksOfOthers = 0;  // not in the supported-device list
+    std::size_t sessions = 0;
+    std::vector<Disk> disks;    // supported and filed, in this order
+    std::vector<Disk> leftOut;  // the others that were supported, or may have been
+    std::vector<Unassigned> unassigned;
+    std::size_t candidates = 0;  // disks in `unassigned`
+    std::vector<std::string> inventoryErrors;
+    std::vector<std::string> hostsNotRescanned;
+    std::vector<std::string> controllersNotRescanned;
+    std::size_t hostsRescanned = 0;
+    std::size_t controllersRescanned = 0;
+};
+
+// Makes out what the run with these records did.
+[[nodiscard]] Run READER_Tell(const RunText &text);
+
+// The disks that are not simply healthy.
+[[nodiscard]] std::vector<Disk> READER_Remarkable(const Run &run);
+
+struct Tally {
+    std::size_t stale = 0;
+    std::size_t deleted = 0;
+    std::size_t failed = 0;         // deletions
+    std::size_t notQuestioned = 0;  // the disks that were left out included
+};
+
+[[nodiscard]] Tally READER_TallyOf(const Run &run);
+
+// Local time of a record in seconds since the epoch; nothing where it is no time.
+[[nodiscard]] std::optional<long long> READER_Seconds(const std::string &time);
+
+// How long the run took, in seconds; nothing where its times do not tell.
+[[nodiscard]] std::optional<long long> READER_Duration(const Run &run);
