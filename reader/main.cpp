@@ -1,0 +1,188 @@
+#include <getopt.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+#include <ctime>
+#include <iterator>
+#include <optional>
+#include <utility>
+
+#include "log_path.h"
+#include "mpi_owner.h"
+#include "reader_check.h"
+#include "reader_json.h"
+#include "reader_run.h"
+#include "reader_view.h"
+
+namespace {
+
+enum ExitStatus : int { kFound = 0, kNoRun = 1, kWrongArguments = 2 };
+
+constexpr std::uint64_t kMaxNumber = 1000000000;  // that is read from an argument
+constexpr long long kSecondsPerHour = 3600;
+
+constexpr const char *kUsage =
+    "usage: vdRescan_log [--all | --run N] [--json] [FILE | -]\n"
+    "       vdRescan_log --check [--run N] [--max-age HOURS] [FILE | -]\n"
+    "       vdRescan_log --help | --version\n"
+    "Tells from the trace log of vdRescan_plus what its last run did.\n"
+    "    --all            tell of all runs, one line each, newest last\n"
+    "    --run N          tell of the run with that number\n"
+    "    --json           write the same as data\n"
+    "    --check          write one line and end with a status for a monitoring system\n"
+    "    --max-age HOURS  with --check: the last run must not be older\n";
+
+struct Settings {
+    bool all = false;
+    bool json = false;
+    bool check = false;
+    bool help = false;
+    bool version = false;
+    std::optional<std::uint64_t> number;
+    std::optional<std::uint64_t> maxAge;  // hours
+    const char *path = nullptr;
+};
+
+// Reads a number from 1 up. Returns false where the text is something else.
+bool ReadNumber(std::string_view text, std::optional<std::uint64_t> &number)
+{
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number.emplace());
+    return error == std::errc() && end == text.data() + text.size() && *number > 0 && *number <= kMaxNumber;
+}
+
+// Returns false for arguments that are not understood; `check` is told all the same.
+bool ReadArguments(int argc, char *argv[], Settings &settings)
+{
+    enum : int { kAll = 1, kRun, kJson, kCheck, kMaxAge, kHelp, kVersion };
+    constexpr option kOptions[] = {
+        {"all", no_argument, nullptr, kAll},
+        {"run", required_argument, nullptr, kRun},
+        {"json", no_argument, nullptr, kJson},
+        {"check", no_argument, nullptr, kCheck},
+        {"max-age", required_argument, nullptr, kMaxAge},
+        {"help", no_argument, nullptr, kHelp},
+        {"version", no_argument, nullptr, kVersion},
+        {},
+    };
+    bool isGood = true;
+    for (int found = 0; (found = getopt_long(argc, argv, "", kOptions, nullptr)) != -1;) {
+        settings.all |= found == kAll;
+        settings.json |= found == kJson;
+        settings.check |= found == kCheck;
+        settings.help |= found == kHelp;
+        settings.version |= found == kVersion;
+        isGood &= found != '?';
+        if (found == kRun) {
+            isGood &= ReadNumber(optarg, settings.number);
+        } else if (found == kMaxAge) {
+            isGood &= ReadNumber(optarg, settings.maxAge);
+        }
+    }
+    settings.path = optind < argc ? argv[optind] : GetFilePathByType(DirectoryKind::Log, kTraceFileName);
+    return isGood && argc - optind <= 1 && !(settings.all && settings.number) &&
+           !(settings.check && (settings.all || settings.json)) && !(settings.maxAge && !settings.check);
+}
+
+// Says why there is nothing to tell, as those expect it who asked.
+int Refuse(const Settings &settings, const std::string &reason, ExitStatus status)
+{
+    if (settings.check) {
+        return READER_CheckUnknown(stdout, reason);
+    }
+    (void)std::fprintf(stderr, "vdRescan_log: %s\n", reason.c_str());
+    return status;
+}
+
+// Keeps of the runs that were read so far what will be told.
+void Pick(const Settings &settings, std::vector<RunText> &picked, RunText run)
+{
+    if (settings.number) {
+        if (run.number != *settings.number) {
+            return;
+        }
+    } else if (!settings.check || !run.isRefused) {
+        picked.clear();
+    } else if (!picked.empty() && picked.back().isRefused) {
+        // What the last run that worked has left behind still counts.
+        picked.pop_back();
+    }
+    picked.push_back(std::move(run));
+}
+
+void Write(const Settings &settings, const Run &run, bool isFirst)
+{
+    if (settings.json) {
+        READER_RunToJson(stdout, run, isFirst);
+    } else if (settings.all) {
+        READER_RunToLine(stdout, run);
+    } else {
+        READER_RunToView(stdout, run);
+    }
+}
+
+int Check(const Settings &settings, const std::vector<RunText> &picked)
+{
+    std::vector<Run> runs;
+    std::transform(picked.begin(), picked.end(), std::back_inserter(runs), READER_Tell);
+    std::optional<long long> oldest;
+    if (settings.maxAge) {
+        oldest = std::time(nullptr) - static_cast<long long>(*settings.maxAge) * kSecondsPerHour;
+    }
+    return READER_Check(stdout, runs, oldest);
+}
+
+int TellFrom(std::FILE *file, const Settings &settings)
+{
+    RunStream runs;
+    runs.log.file = file;
+    std::vector<RunText> picked;
+    std::size_t written = 0;
+    if (settings.json) {
+        READER_BeginJson(stdout);
+    }
+    for (RunText run; READER_NextRun(runs, run);) {
+        if (settings.all) {
+            Write(settings, READER_Tell(run), written++ == 0);
+        } else {
+            Pick(settings, picked, std::move(run));
+        }
+    }
+    if (std::ferror(file) != 0) {
+        return Refuse(settings, std::string(settings.path) + ": " + std::strerror(errno), kNoRun);
+    }
+    if (settings.check && !picked.empty()) {
+        return Check(settings, picked);
+    }
+    for (const RunText &run : picked) {
+        Write(settings, READER_Tell(run), written++ == 0);
+    }
+    if (settings.json) {
+        READER_EndJson(stdout);
+    }
+    return written > 0 ? kFound : Refuse(settings, std::string(settings.path) + " holds no such run", kNoRun);
+}
+
+}  // namespace
+
+int main(int argc, char *argv[])
+{
+    Settings settings;
+    if (!ReadArguments(argc, argv, settings)) {
+        (void)std::fputs(kUsage, stderr);
+        return Refuse(settings, "wrong arguments", kWrongArguments);
+    }
+    if (settings.help || settings.version) {
+        (void)std::printf("%s", settings.help ? kUsage : "vdRescan_log " VD_VERSION "\n");
+        return kFound;
+    }
+    if (std::string_view(settings.path) == "-") {
+        return TellFrom(stdin, settings);
+    }
+    const OwnedFile file(std::fopen(settings.path, "rb"));
+    if (file == nullptr) {
+        return Refuse(settings, std::string(settings.path) + ": " + std::strerror(errno), kNoRun);
+    }
+    return TellFrom(file.get(), settings);
+}

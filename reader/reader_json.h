@@ -1,0 +1,11 @@
+// What runs did, as data.
+#pragma once
+
+#include <cstdio>
+
+#include "reader_run.h"
+
+// Write one JSON document on one line: its beginning, each run, and its end.
+void READER_BeginJson(std::FILE *out);
+void READER_RunToJson(std::FILE *out, const Run &run, bool isFirst);
+void READER_EndJson(std::FILE *out);

@@ -1,0 +1,146 @@
+#include "reader_view.h"
+
+#include <algorithm>
+#include <array>
+
+#include "reader_text.h"
+
+namespace {
+
+constexpr std::size_t kMaxNames = 8;  // of the disks that one query may have failed on
+
+using Row = std::array<std::string, 7>;
+
+std::string TextOr(const std::string &text, const char *otherwise)
+{
+    return text.empty() ? otherwise : text;
+}
+
+std::string OutcomeOf(const Run &run)
+{
+    return kOutcomeNames[static_cast<std::size_t>(run.outcome)] + (run.refusal.empty() ? "" : ", " + run.refusal);
+}
+
+// What came of the check for stale disks.
+std::string CheckOf(const Run &run)
+{
+    if (run.outcome == Outcome::Refused) {
+        return "Nothing was done.";
+    }
+    if (run.listLoaded == false) {
+        return "No disk was looked at: the supported-device list was not loaded.";
+    }
+    const std::string list = run.listLoaded ? "The supported-device list was loaded. " : "";
+    if (run.checked) {
+        return list + READER_Count(run.disks.size(), "disk") + " found in " + READER_Count(run.sessions, "session") +
+               ", " + std::to_string(run.leftOut.size()) + " left out, " + std::to_string(run.disksOfOthers) +
+               " not in the list.";
+    }
+    return list + "No disk was looked at" +
+           (run.outcome == Outcome::Complete ? ": --nocheck, or there is no SCSI disk." : " so far.");
+}
+
+void WriteHeading(std::FILE *out, const Run &run)
+{
+    const auto seconds = READER_Duration(run);
+    (void)std::fprintf(out, "Run %llu of %s, %s: %s.\n", static_cast<unsigned long long>(run.number),
+                       TextOr(run.start, "an unknown time").c_str(),
+                       seconds ? READER_Count(static_cast<std::size_t>(*seconds), "second").c_str() : "? seconds",
+                       OutcomeOf(run).c_str());
+    if (run.outcome == Outcome::NotEnded) {
+        (void)std::fputs("It was stopped, or is still at work.\n", out);
+    }
+    if (!run.isWhole) {
+        (void)std::fputs("Records of it are missing, so this may not be all.\n", out);
+    }
+    (void)std::fprintf(out, "%s\n", CheckOf(run).c_str());
+    if (run.asked) {
+        (void)std::fprintf(out, "The operator was asked and %s.\n",
+                           !run.answer   ? "has not answered"
+                           : *run.answer ? "said yes"
+                                         : "said no");
+    }
+}
+
+// A row for every disk that is not simply healthy, with its reason below.
+void WriteDisks(std::FILE *out, const std::vector<Disk> &disks)
+{
+    std::vector<Row> rows = {{"ADDRESS", "NODE", "VENDOR", "PRODUCT", "STATE", "ACTION", "WWN"}};
+    for (const Disk &disk : disks) {
+        rows.push_back({TextOr(disk.address, "?"), TextOr(disk.node, "?"), TextOr(disk.vendor, "?"),
+                        TextOr(disk.product, "?"), kStateNames[static_cast<std::size_t>(disk.state)],
+                        kActionNames[static_cast<std::size_t>(disk.action)],
+                        TextOr(disk.wwn, "?") + (disk.wwnNow.empty() ? "" : " -> " + disk.wwnNow)});
+    }
+    std::array<std::size_t, std::tuple_size_v<Row>> widths = {};
+    for (const Row &row : rows) {
+        for (std::size_t column = 0; column < row.size(); ++column) {
+            widths[column] = std::max(widths[column], row[column].size());
+        }
+    }
+    widths.back() = 0;  // nothing follows it
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        for (std::size_t column = 0; column < widths.size(); ++column) {
+            (void)std::fprintf(out, "%s%-*s", column == 0 ? "" : "  ", static_cast<int>(widths[column]),
+                               rows[i][column].c_str());
+        }
+        (void)std::fputs("\n", out);
+        if (i > 0 && !disks[i - 1].reason.empty()) {
+            (void)std::fprintf(out, "    %s\n", disks[i - 1].reason.c_str());
+        }
+    }
+}
+
+void WriteUnassigned(std::FILE *out, const Run &run)
+{
+    for (const Unassigned &query : run.unassigned) {
+        (void)std::fprintf(out, "One disk, not known which: %s\n   ", query.message.c_str());
+        for (std::size_t i = 0; i < std::min(query.disks.size(), kMaxNames); ++i) {
+            (void)std::fprintf(out, " %s", run.disks[query.disks[i]].address.c_str());
+        }
+        const bool isCut = query.disks.size() > kMaxNames;
+        (void)std::fprintf(out, "%s\n", query.disks.empty() ? " any" : isCut ? " ..." : "");
+    }
+}
+
+void WriteLines(std::FILE *out, const char *title, const std::vector<std::string> &lines)
+{
+    for (const std::string &line : lines) {
+        (void)std::fprintf(out, "%s%s\n", title, line.c_str());
+    }
+}
+
+}  // namespace
+
+void READER_RunToView(std::FILE *out, const Run &run)
+{
+    WriteHeading(out, run);
+    const std::vector<Disk> disks = READER_Remarkable(run);
+    if (!disks.empty()) {
+        (void)std::fputs("\n", out);
+        WriteDisks(out, disks);
+    }
+    if (run.outcome == Outcome::Refused) {
+        return;
+    }
+    (void)std::fputs("\n", out);
+    WriteUnassigned(out, run);
+    WriteLines(out, "Not listed: ", run.inventoryErrors);
+    WriteLines(out, "Not rescanned: ", run.hostsNotRescanned);
+    WriteLines(out, "Not rescanned: ", run.controllersNotRescanned);
+    (void)std::fprintf(out, "Rescanned: %s, %s.\n", READER_Count(run.hostsRescanned, "host").c_str(),
+                       READER_Count(run.controllersRescanned, "controller").c_str());
+}
+
+void READER_RunToLine(std::FILE *out, const Run &run)
+{
+    (void)std::fprintf(out, "%4llu  %-19s  %-21s", static_cast<unsigned long long>(run.number),
+                       TextOr(run.start, "?").c_str(), OutcomeOf(run).c_str());
+    if (run.checked == true) {
+        const Tally tally = READER_TallyOf(run);
+        (void)std::fprintf(out, "  %s, %zu stale, %zu deleted, %zu not questioned",
+                           READER_Count(run.disks.size(), "disk").c_str(), tally.stale, tally.deleted,
+                           tally.notQuestioned);
+    }
+    (void)std::fputs("\n", out);
+}

@@ -1,0 +1,10 @@
+// What runs did, for a person.
+#pragma once
+
+#include <cstdio>
+
+#include "reader_run.h"
+
+// Write one run in full, and in one line.
+void READER_RunToView(std::FILE *out, const Run &run);
+void READER_RunToLine(std::FILE *out, const Run &run);
