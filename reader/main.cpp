@@ -149,10 +149,8 @@ int TellFrom(std::FILE *file, const Settings &settings)
             Pick(settings, picked, std::move(run));
         }
     }
-    if (std::ferror(file) != 0) {
-        return Refuse(settings, std::string(settings.path) + ": " + std::strerror(errno), kNoRun);
-    }
-    if (settings.check && !picked.empty()) {
+    const int error = std::ferror(file) == 0 ? 0 : errno;
+    if (settings.check && !picked.empty() && error == 0) {
         return Check(settings, picked);
     }
     for (const RunText &run : picked) {
@@ -161,7 +159,23 @@ int TellFrom(std::FILE *file, const Settings &settings)
     if (settings.json) {
         READER_EndJson(stdout);
     }
-    return written > 0 ? kFound : Refuse(settings, std::string(settings.path) + " holds no such run", kNoRun);
+    const std::string path(settings.path);
+    if (error != 0) {
+        return Refuse(settings, path + ": " + std::strerror(error), kNoRun);
+    }
+    return written > 0 ? kFound : Refuse(settings, path + " holds no such run", kNoRun);
+}
+
+int TellFromPath(const Settings &settings)
+{
+    if (std::string_view(settings.path) == "-") {
+        return TellFrom(stdin, settings);
+    }
+    const OwnedFile file(std::fopen(settings.path, "rb"));
+    if (file == nullptr) {
+        return Refuse(settings, std::string(settings.path) + ": " + std::strerror(errno), kNoRun);
+    }
+    return TellFrom(file.get(), settings);
 }
 
 }  // namespace
@@ -177,12 +191,7 @@ int main(int argc, char *argv[])
         (void)std::printf("%s", settings.help ? kUsage : "vdRescan_log " VD_VERSION "\n");
         return kFound;
     }
-    if (std::string_view(settings.path) == "-") {
-        return TellFrom(stdin, settings);
-    }
-    const OwnedFile file(std::fopen(settings.path, "rb"));
-    if (file == nullptr) {
-        return Refuse(settings, std::string(settings.path) + ": " + std::strerror(errno), kNoRun);
-    }
-    return TellFrom(file.get(), settings);
+    const int status = TellFromPath(settings);
+    const bool isWritten = std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
+    return isWritten ? status : Refuse(settings, "the output cannot be written", kNoRun);
 }

@@ -16,9 +16,10 @@ struct Verdict {
 
 void Worsen(Verdict &verdict, CheckState state, const std::string &reason)
 {
-    constexpr std::array<CheckState, 4> kRanks = {kCheckOk, kCheckUnknown, kCheckWarning, kCheckCritical};
-    const auto rank = [&kRanks](CheckState known) { return std::find(kRanks.begin(), kRanks.end(), known); };
-    verdict.state = *std::max(rank(verdict.state), rank(state));
+    // What is not known is worse than good, and better than what is known to be bad.
+    if (state != kCheckUnknown || verdict.state == kCheckOk) {
+        verdict.state = std::max(verdict.state, state);
+    }
     verdict.text += (verdict.text.empty() ? "" : "; ") + reason;
 }
 
@@ -97,7 +98,8 @@ void Write(std::FILE *out, const Verdict &verdict, const std::string &performanc
     constexpr std::array<const char *, 4> kNames = {"OK", "WARNING", "CRITICAL", "UNKNOWN"};
     std::string text = verdict.text;
     std::replace(text.begin(), text.end(), '|', '/');  // begins the performance data
-    (void)std::fprintf(out, "VDRESCAN %s - %s%s\n", kNames[verdict.state], text.c_str(), performance.c_str());
+    (void)std::fprintf(out, "VDRESCAN %s - %s%s\n", kNames[static_cast<std::size_t>(verdict.state)], text.c_str(),
+                       performance.c_str());
 }
 
 }  // namespace

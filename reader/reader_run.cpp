@@ -173,9 +173,9 @@ void TellDeletion(Telling &telling, const LogRecord &record)
 {
     telling.run.answer = telling.run.asked ? std::optional(true) : std::nullopt;
     const std::string_view address = READER_Between(record.message, "    delete ", " ");
-    if (IsAddress(address)) {
-        DiskAt(telling, address).action =
-            record.message.ends_with("success.\n") ? DiskAction::Deleted : DiskAction::Failed;
+    const bool isDeleted = record.message.ends_with(" success.\n");
+    if (IsAddress(address) && (isDeleted || record.message.ends_with(" fail.\n"))) {
+        DiskAt(telling, address).action = isDeleted ? DiskAction::Deleted : DiskAction::Failed;
     }
 }
 
@@ -279,6 +279,9 @@ Run READER_Tell(const RunText &text)
     telling.run.isWhole = text.isWhole;
     std::string_view rest = text.text;
     for (LogRecord record; READER_TakeRecord(rest, record);) {
+        // Behind its last line end may stand the torn beginning of another record.
+        const std::size_t lineEnd = record.message.rfind('\n');
+        record.message = record.message.substr(0, lineEnd == std::string_view::npos ? lineEnd : lineEnd + 1);
         Tell(telling, record);
     }
     Conclude(telling);

@@ -136,6 +136,9 @@ void READER_RunToLine(std::FILE *out, const Run &run)
 {
     (void)std::fprintf(out, "%4llu  %-19s  %-21s", static_cast<unsigned long long>(run.number),
                        TextOr(run.start, "?").c_str(), OutcomeOf(run).c_str());
+    if (!run.isWhole) {
+        (void)std::fputs("  records are missing", out);
+    }
     if (run.checked == true) {
         const Tally tally = READER_TallyOf(run);
         (void)std::fprintf(out, "  %s, %zu stale, %zu deleted, %zu not questioned",
