@@ -1,0 +1,151 @@
+// What vdRescan_log says of a log: of one that the command has just written, and of ones that are made up.
+#include <cstdlib>
+#include <regex>
+
+#include "command.h"
+
+using namespace machine;
+
+namespace {
+
+// What the program says of the machine's log, with T for times, and its exit status.
+std::string Read(const std::string &args)
+{
+    const int status = std::system((VD_READER " " + args + " > /run/out 2>&1").c_str());
+    const std::string out =
+        std::regex_replace(Content("/run/out"), std::regex(R"(\d{4}(-\d\d){2} \d\d(:\d\d){2})"), "T");
+    return std::regex_replace(out, std::regex(R"((T, |seconds":)\d+)"), "$1N") + std::to_string(WEXITSTATUS(status));
+}
+
+// A log with these records: number, level, function and message. A line that ends with `\` goes on in the next.
+std::string Log(const std::string &records)
+{
+    const std::regex record(R"((\d+) ([A-Z]+) (\w+) (.*))");
+    const std::string header = "[$1][2026-11-22 21:32:21][0000534217000001][$2][SCAN  ][$3: 1]$4";
+    return std::regex_replace(std::regex_replace(records, record, header), std::regex(R"(\\\n)"), "");
+}
+
+TEST_F(MachineTest, ReaderTellsWhatARunDid)
+{
+    AddScsiHost(2);
+    AddScsiHost(3);
+    Remove(HostDir(3) + "/scan");
+    AddDevice("nvme", kFabrics + "nvme1");
+    AddDisk({.hctl = "2:0:0:1"});
+    AddDisk({.hctl = "2:0:0:2", .now = std::string(32, 'e')});
+    AddDisk({.hctl = "2:0:0:3", .isReported = false});
+    AddDisk({.hctl = "3:0:0:1", .isDead = true});
+    AddDisk({.hctl = "3:0:0:2"});
+    Remove(DiskDir("3:0:0:2") + "/wwid");
+    Link(DiskDir("2:0:0:3") + "/delete", "/dev/full");
+    RunCommand();
+    EXPECT_EQ(R"(Run 1 of T, N seconds: complete.
+The supported-device list was loaded. 4 disks found in 2 sessions, 1 left out, 0 not in the list.
+
+ADDRESS  NODE      VENDOR  PRODUCT    STATE          ACTION   WWN
+2:0:0:2  /dev/sg1  ZENTRA  ARRAY9000  changed        deleted  6a1b2c3d4e5f00020000000000000002 -> eeeeeeeeeeeeeeeeeeeeeeeeeeeeeeee
+2:0:0:3  /dev/sg2  ZENTRA  ARRAY9000  removed        failed   6a1b2c3d4e5f00020000000000000003
+3:0:0:1  /dev/sg3  ZENTRA  ARRAY9000  not connected  deleted  6a1b2c3d4e5f00030000000000000001
+    iusse report lun ioctl fail{-1}!; inquiry 0x83 ioctl fail{-1}!
+3:0:0:2  ?         ?       ?          left out       none     ?
+    scsi disk get wwid fail by path{/sys/devices/platform/host3/session1/target3:0:0/3:0:0:2}.
+
+Not rescanned: host3
+Rescanned: 1 host, 1 controller.
+0)",
+              Read(""));
+    EXPECT_EQ(
+        "VDRESCAN CRITICAL - run 1 of T: deletion failed: 2:0:0:3; left out: 3:0:0:2; not rescanned: host3 | "
+        "disks=4 stale=3 deleted=2 failed=1 not_questioned=1\n2",
+        Read("--check"));
+}
+
+TEST_F(MachineTest, ReaderMakesDataOfARun)
+{
+    AddDisk({.hctl = "2:0:0:2", .now = std::string(32, 'e')});
+    RunCommand("-m", "n\n");
+    EXPECT_EQ(R"({"version":1,"runs":[{"number":1,"whole":true,"start":"T","end":"T","seconds":N,"outcome":"complete",)"
+              R"("refusal":null,"list_loaded":true,"checked":true,"asked":true,"answer":"no","disks_found":1,)"
+              R"("disks_left_out":0,"disks_of_others":0,"sessions":1,"disks":[{"address":"2:0:0:2","node":"/dev/sg0",)"
+              R"("vendor":"ZENTRA","product":"ARRAY9000","wwn":"6a1b2c3d4e5f00020000000000000002",)"
+              R"("wwn_now":"eeeeeeeeeeeeeeeeeeeeeeeeeeeeeeee","state":"changed","reason":null,"action":"kept"}],)"
+              R"("unassigned":[],"hosts_not_rescanned":[],"controllers_not_rescanned":[],"hosts_rescanned":0,)"
+              R"("controllers_rescanned":0,"inventory_errors":[]}]})"
+              "\n0",
+              Read("--json --run 1"));
+}
+
+TEST_F(MachineTest, ReaderMakesTheMostOfALog)
+{
+    const std::string start = "1 INFO SCAN_Init vdRescan_plus start...\n", end = "3 INFO main vdRescan_plus end.\n";
+    const std::string disk =
+        "2 INFO SCAN_CreateScsiDisk create scsi disk{2:0:0:1, ZENTRA, ARRAY9000, a1, /dev/sg1} finish.\n";
+    const std::string check = "VDRESCAN WARNING - run 1 of T: ",
+                      none = " | disks=0 stale=0 deleted=0 failed=0 not_questioned=0\n";
+    const struct {
+        std::string records, args, expected;
+    } cases[] = {
+        // Two runs that expect the same numbers, and messages with other line ends than one at their end.
+        {start + start +
+             R"(2 ERROR SCAN_CheckOnlyOneRun can't lock file{/run/vdRescan_plus.pid} with err{Permission denied}.
+2 INFO SCAN_CreateScsiDisk create scsi disk{2:0:0:3, ZENTRA, ARRAY9000, a3, /dev/sg3} finish.
+3 WARN SCAN_Init WARN: there is one other vdRescan_plus running, please stop and try again!
+3 WARN SCAN_PrintRemoved     2:0:0:3
+4 INFO SCAN_DeleteChangeMap please input [yes], or input [no]:\
+5 INFO SCAN_ReadUserYesOrNo input {no
+}
+6 INFO SCAN_ScanAllScsiHost start scan scsi host......
+7 INFO main vdRescan_plus end.
+)",
+         "--check",
+         check + "stale and left in place: 2:0:0:3; run 2 of T: refused: another copy | disks=1 stale=1 "
+                 "deleted=0 failed=0 not_questioned=0\n1"},
+        // A run that is stopped, one with --nocheck, and one whose beginning is lost.
+        {start + "2 INFO SCAN_ScanScsiHost     scan host3 \\\n" + start +
+             "2 INFO main vdRescan_plus end.\n4 INFO main vdRescan_plus end.\n",
+         "--all",
+         "   1  T  not ended            \n   2  T  complete             \n"
+         "   3  T  complete               records are missing\n0"},
+        // Queries that failed, of which the order tells the disk of the first two only.
+        {start + disk + R"(3 INFO SCAN_CreateScsiDisk create scsi disk{2:0:0:2, ZENTRA, ARRAY9000, a2, /dev/sg2} finish.
+4 INFO SCAN_CreateScsiDisk create scsi disk{2:0:0:3, ZENTRA, ARRAY9000, a3, /dev/sg3} finish.
+5 INFO SCAN_CreateScsiDisk create scsi disk{2:0:0:4, ZENTRA, ARRAY9000, a4, /dev/sg4} finish.
+6 ERROR SCAN_IssueReportLun iusse report lun ioctl fail{-1}!
+7 INFO SCAN_PrintLunIds session{2:0:0} report lun cnt{4}.
+8 ERROR SCAN_IusseInquiry0x83 inquiry 0x83 ioctl fail{-1}!
+9 ERROR SCAN_GetDiskWwn open file{/dev/sg2} fail!
+10 ERROR SCAN_ParseDiskWwn get disk wwn fail with len{4}!
+)",
+         "", R"(Run 1 of T, N seconds: not ended.
+It was stopped, or is still at work.
+The supported-device list was loaded. 4 disks found in 0 sessions, 0 left out, 0 not in the list.
+
+ADDRESS  NODE      VENDOR  PRODUCT    STATE           ACTION  WWN
+2:0:0:1  /dev/sg1  ZENTRA  ARRAY9000  not questioned  none    a1
+    iusse report lun ioctl fail{-1}!; inquiry 0x83 ioctl fail{-1}!
+2:0:0:2  /dev/sg2  ZENTRA  ARRAY9000  not questioned  none    a2
+    open file{/dev/sg2} fail!
+
+One disk, not known which: get disk wwn fail with len{4}!
+    2:0:0:3 2:0:0:4
+Rescanned: 0 hosts, 0 controllers.
+0)"},
+        {start + disk + end, "--check --max-age 1",
+         "VDRESCAN UNKNOWN - run 1 of T: 1 disk checked; that is too long ago | "
+         "disks=1 stale=0 deleted=0 failed=0 not_questioned=0\n3"},
+        {start + "2 INFO SCAN_InitScsiDisk scsi disk{0:0:0:0} isn't support\n" + end, "--check",
+         check + "no supported disk found" + none + "1"},
+        {start + "2 ERROR SCAN_Init init vd config fail!\n" + end, "--check",
+         check + "the supported-device list was not loaded" + none + "1"},
+        {start + "2 INFO SCAN_CreateScsiHost create scsi host{2} finish.\n" + end, "--check",
+         check + "no disk was looked at: --nocheck, or there is no SCSI disk" + none + "1"},
+        {start, "--run 2", "vdRescan_log: /opt/Veridane_NVMe/log/vd_rescan_log.txt holds no such run\n1"},
+        {"", "--check /nowhere", "VDRESCAN UNKNOWN - /nowhere: No such file or directory\n3"},
+    };
+    for (const auto &c : cases) {
+        Put(kLog, "[2][\xff" + std::string(3, '\0') + "][00005342" + Log(c.records) + "[4][2026-11-22 21:");
+        EXPECT_EQ(c.expected, Read(c.args)) << c.records;
+    }
+}
+
+}  // namespace
