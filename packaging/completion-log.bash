@@ -1,0 +1,15 @@
+# bash completion for vdRescan_log
+
+# Offers options where a word begins with -, and files otherwise.
+_vdRescan_log()
+{
+    local word=${COMP_WORDS[COMP_CWORD]}
+    case ${COMP_WORDS[COMP_CWORD - 1]} in
+    --run | --max-age) COMPREPLY=() ;;
+    *) case $word in
+        -*) mapfile -t COMPREPLY < <(compgen -W '--all --check --help --json --max-age --run --version' -- "$word") ;;
+        *) mapfile -t COMPREPLY < <(compgen -f -- "$word") ;;
+        esac ;;
+    esac
+}
+complete -o filenames -F _vdRescan_log vdRescan_log
