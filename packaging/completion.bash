@@ -13,4 +13,5 @@ _vdRescan_plus()
     done
     mapfile -t COMPREPLY < <(compgen -W "$options" -- "${COMP_WORDS[COMP_CWORD]}")
 }
-complete -F _vdRescan_plus vdRescan_plus
+# The default offers file names, which a redirection takes.
+complete -o default -F _vdRescan_plus vdRescan_plus
