@@ -15,32 +15,32 @@ using namespace machine;
 
 namespace {
 
+// The record id holds the line once more, in hexadecimal.
 TEST_F(MachineTest, RecordsOfBothModulesShareOneFormatAndOneSequence)
 {
     Remove(kConfig);
     const std::time_t before = std::time(nullptr);
     const std::string trace = RunCommand().trace;
+    const std::regex varying(
+        R"(\[\d{4}(?:-\d\d){2} \d\d(?::\d\d){2}\]\[(\w{12})([0-9a-f]{4})(\]\[\w+\]\[\w+  \]\[\w+: )(\d+))");
+    // The second message has no line end, which leaves the third record on its line.
+    EXPECT_EQ(R"([1][TIME][000053421700][INFO][SCAN  ][SCAN_Init: LINE]vdRescan_plus start...
+[2][TIME][000053421600][ERROR][UDEV  ][UDEV_InitConfig: LINE]open file failed.[3][TIME][000053421700][ERROR][SCAN  ][SCAN_Init: LINE]init vd config fail!
+[4][TIME][000053421700][INFO][SCAN  ][SCAN_ScanAllScsiHost: LINE]start scan scsi host......
+[5][TIME][000053421700][INFO][SCAN  ][SCAN_ScanAllScsiHost: LINE]end scan scsi host.
+[6][TIME][000053421700][INFO][SCAN  ][SCAN_ScanAllNvmeCtrl: LINE]start scan nvme ctrl......
+[7][TIME][000053421700][INFO][SCAN  ][SCAN_ScanAllNvmeCtrl: LINE]end scan nvme ctrl.
+[8][TIME][000053421700][INFO][SCAN  ][main: LINE]vdRescan_plus end.
+)",
+              std::regex_replace(trace, varying, "[TIME][$1$3LINE"));
+    for (std::sregex_iterator at(trace.begin(), trace.end(), varying), end; at != end; ++at) {
+        EXPECT_EQ(std::stoi(at->str(2), nullptr, 16), std::stoi(at->str(4))) << at->str();
+    }
     std::tm time = {};
     time.tm_isdst = -1;
     EXPECT_NE(nullptr, strptime(trace.c_str(), "[1][%Y-%m-%d %H:%M:%S]", &time));
     EXPECT_LE(before, std::mktime(&time));
     EXPECT_GE(std::time(nullptr), std::mktime(&time));
-    // The second message has no line end, which leaves the third record on its line.
-    EXPECT_TRUE(std::regex_search(
-        trace,
-        std::regex(
-            R"(^\[1\]\[\d{4}(-\d\d){2} \d\d(:\d\d){2}\]\[000053421700[0-9a-f]{4}\]\[INFO\]\[SCAN  \]\[SCAN_Init: \d+\])"
-            R"(vdRescan_plus start\.\.\.\n)"
-            R"(\[2\].{21}\[000053421600[0-9a-f]{4}\]\[ERROR\]\[UDEV  \]\[UDEV_InitConfig: \d+\]open file failed\.)"
-            R"(\[3\].{21}\[000053421700[0-9a-f]{4}\]\[ERROR\]\[SCAN  \]\[SCAN_Init: \d+\]init vd config fail!\n\[4\])")))
-        << trace;
-    const std::regex record(R"(\[(\d+)\].{21}\[\w{12}(\w{4})\]\[\w+\]\[\w+  \]\[\w+: (\d+)\])");
-    int sequence = 0;
-    for (std::sregex_iterator at(trace.begin(), trace.end(), record), end; at != end; ++at) {
-        EXPECT_EQ(++sequence, std::stoi(at->str(1)));
-        EXPECT_EQ(std::stoi(at->str(2), nullptr, 16), std::stoi(at->str(3))) << at->str();
-    }
-    EXPECT_EQ(8, sequence);
     EXPECT_EQ("[1][", RunCommand().trace.substr(0, 4));  // appended, and counted from 1 again
 }
 
