@@ -35,11 +35,11 @@ constexpr const char *kUsage =
     "    --max-age HOURS  with --check: the last run must not be older\n";
 
 struct Settings {
-    bool all = false;
-    bool json = false;
-    bool check = false;
-    bool help = false;
-    bool version = false;
+    int all = 0;  // 1: the option is given; as for these
+    int json = 0;
+    int check = 0;
+    int help = 0;
+    int version = 0;
     std::optional<std::uint64_t> number;
     std::optional<std::uint64_t> maxAge;  // hours
     const char *path = nullptr;
@@ -55,40 +55,29 @@ bool ReadNumber(std::string_view text, std::optional<std::uint64_t> &number)
 // Returns false for arguments that are not understood; `check` is told all the same.
 bool ReadArguments(int argc, char *argv[], Settings &settings)
 {
-    enum : int { kAll = 1, kRun, kJson, kCheck, kMaxAge, kHelp, kVersion };
-    constexpr option kOptions[] = {
-        {"all", no_argument, nullptr, kAll},
-        {"run", required_argument, nullptr, kRun},
-        {"json", no_argument, nullptr, kJson},
-        {"check", no_argument, nullptr, kCheck},
-        {"max-age", required_argument, nullptr, kMaxAge},
-        {"help", no_argument, nullptr, kHelp},
-        {"version", no_argument, nullptr, kVersion},
-        {},
+    const option options[] = {
+        {"all", no_argument, &settings.all, 1},         {"run", required_argument, nullptr, 'r'},
+        {"json", no_argument, &settings.json, 1},       {"check", no_argument, &settings.check, 1},
+        {"max-age", required_argument, nullptr, 'm'},   {"help", no_argument, &settings.help, 1},
+        {"version", no_argument, &settings.version, 1}, {},
     };
     bool isGood = true;
-    for (int found = 0; (found = getopt_long(argc, argv, "", kOptions, nullptr)) != -1;) {
-        settings.all |= found == kAll;
-        settings.json |= found == kJson;
-        settings.check |= found == kCheck;
-        settings.help |= found == kHelp;
-        settings.version |= found == kVersion;
-        isGood &= found != '?';
-        if (found == kRun) {
-            isGood &= ReadNumber(optarg, settings.number);
-        } else if (found == kMaxAge) {
-            isGood &= ReadNumber(optarg, settings.maxAge);
+    for (int found = 0; (found = getopt_long(argc, argv, "", options, nullptr)) != -1;) {
+        if (found != 0) {
+            isGood = found != '?' && ReadNumber(optarg, found == 'r' ? settings.number : settings.maxAge) && isGood;
         }
     }
     settings.path = optind < argc ? argv[optind] : GetFilePathByType(DirectoryKind::Log, kTraceFileName);
-    return isGood && argc - optind <= 1 && !(settings.all && settings.number) &&
-           !(settings.check && (settings.all || settings.json)) && !(settings.maxAge && !settings.check);
+    const bool isCheck = settings.check == 1;
+    const bool isView = settings.all == 1 || settings.json == 1;
+    return isGood && argc - optind <= 1 && !(settings.all == 1 && settings.number) && !(isCheck && isView) &&
+           (isCheck || !settings.maxAge);
 }
 
 // Says why there is nothing to tell, as those expect it who asked.
 int Refuse(const Settings &settings, const std::string &reason, ExitStatus status)
 {
-    if (settings.check) {
+    if (settings.check == 1) {
         return READER_CheckUnknown(stdout, reason);
     }
     (void)std::fprintf(stderr, "vdRescan_log: %s\n", reason.c_str());
@@ -102,7 +91,7 @@ void Pick(const Settings &settings, std::vector<RunText> &picked, RunText run)
         if (run.number != *settings.number) {
             return;
         }
-    } else if (!settings.check || !run.isRefused) {
+    } else if (settings.check == 0 || !run.isRefused) {
         picked.clear();
     } else if (!picked.empty() && picked.back().isRefused) {
         // What the last run that worked has left behind still counts.
@@ -113,9 +102,9 @@ void Pick(const Settings &settings, std::vector<RunText> &picked, RunText run)
 
 void Write(const Settings &settings, const Run &run, bool isFirst)
 {
-    if (settings.json) {
+    if (settings.json == 1) {
         READER_RunToJson(stdout, run, isFirst);
-    } else if (settings.all) {
+    } else if (settings.all == 1) {
         READER_RunToLine(stdout, run);
     } else {
         READER_RunToView(stdout, run);
@@ -139,31 +128,33 @@ int TellFrom(std::FILE *file, const Settings &settings)
     runs.log.file = file;
     std::vector<RunText> picked;
     std::size_t written = 0;
-    if (settings.json) {
+    if (settings.json == 1) {
         READER_BeginJson(stdout);
     }
     for (RunText run; READER_NextRun(runs, run);) {
-        if (settings.all) {
+        if (settings.all == 1) {
             Write(settings, READER_Tell(run), written++ == 0);
         } else {
             Pick(settings, picked, std::move(run));
         }
     }
     const int error = std::ferror(file) == 0 ? 0 : errno;
-    if (settings.check && !picked.empty() && error == 0) {
+    if (settings.check == 1 && !picked.empty() && error == 0) {
         return Check(settings, picked);
     }
     for (const RunText &run : picked) {
         Write(settings, READER_Tell(run), written++ == 0);
     }
-    if (settings.json) {
+    if (settings.json == 1) {
         READER_EndJson(stdout);
     }
     const std::string path(settings.path);
     if (error != 0) {
         return Refuse(settings, path + ": " + std::strerror(error), kNoRun);
     }
-    return written > 0 ? kFound : Refuse(settings, path + " holds no such run", kNoRun);
+    return written > 0
+               ? kFound
+               : Refuse(settings, path + (settings.number ? " does not hold this run" : " holds no run"), kNoRun);
 }
 
 int TellFromPath(const Settings &settings)
@@ -187,8 +178,8 @@ int main(int argc, char *argv[])
         (void)std::fputs(kUsage, stderr);
         return Refuse(settings, "wrong arguments", kWrongArguments);
     }
-    if (settings.help || settings.version) {
-        (void)std::printf("%s", settings.help ? kUsage : "vdRescan_log " VD_VERSION "\n");
+    if (settings.help == 1 || settings.version == 1) {
+        (void)std::printf("%s", settings.help == 1 ? kUsage : "vdRescan_log " VD_VERSION "\n");
         return kFound;
     }
     const int status = TellFromPath(settings);

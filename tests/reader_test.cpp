@@ -36,7 +36,7 @@ TEST_F(MachineTest, ReaderTellsWhatARunDid)
     AddDisk({.hctl = "2:0:0:3", .isReported = false});
     AddDisk({.hctl = "3:0:0:1", .isDead = true});
     AddDisk({.hctl = "3:0:0:2"});
-    Remove(DiskDir("3:0:0:2") + "/wwid");
+    Remove(DiskDir("3:0:0:2") + "/generic");
     Link(DiskDir("2:0:0:3") + "/delete", "/dev/full");
     RunCommand();
     EXPECT_EQ(R"(Run 1 of T, N seconds: complete.
@@ -48,7 +48,7 @@ ADDRESS  NODE      VENDOR  PRODUCT    STATE          ACTION   WWN
 3:0:0:1  /dev/sg3  ZENTRA  ARRAY9000  not connected  deleted  6a1b2c3d4e5f00030000000000000001
     iusse report lun ioctl fail{-1}!; inquiry 0x83 ioctl fail{-1}!
 3:0:0:2  ?         ?       ?          left out       none     ?
-    scsi disk get wwid fail by path{/sys/devices/platform/host3/session1/target3:0:0/3:0:0:2}.
+    full name{/sys/devices/platform/host3/session1/target3:0:0/3:0:0:2/generic} read link fail.
 
 Not rescanned: host3
 Rescanned: 1 host, 1 controller.
@@ -81,14 +81,15 @@ TEST_F(MachineTest, ReaderMakesTheMostOfALog)
     const std::string disk =
         "2 INFO SCAN_CreateScsiDisk create scsi disk{2:0:0:1, ZENTRA, ARRAY9000, a1, /dev/sg1} finish.\n";
     const std::string check = "VDRESCAN WARNING - run 1 of T: ",
-                      none = " | disks=0 stale=0 deleted=0 failed=0 not_questioned=0\n";
+                      zeros = " stale=0 deleted=0 failed=0 not_questioned=0\n";
+    const std::string none = " | disks=0" + zeros, one = " | disks=1" + zeros;
     const struct {
         std::string records, args, expected;
     } cases[] = {
         // Two runs that expect the same numbers, and messages with other line ends than one at their end.
         {start + start +
-             R"(2 ERROR SCAN_CheckOnlyOneRun can't lock file{/run/vdRescan_plus.pid} with err{Permission denied}.
-2 INFO SCAN_CreateScsiDisk create scsi disk{2:0:0:3, ZENTRA, ARRAY9000, a3, /dev/sg3} finish.
+             R"(2 INFO SCAN_CreateScsiDisk create scsi disk{2:0:0:3, ZENTRA, ARRAY9000, a3, /dev/sg3} finish.
+2 ERROR SCAN_CheckOnlyOneRun can't lock file{/run/vdRescan_plus.pid} with err{Permission denied}.
 3 WARN SCAN_Init WARN: there is one other vdRescan_plus running, please stop and try again!
 3 WARN SCAN_PrintRemoved     2:0:0:3
 4 INFO SCAN_DeleteChangeMap please input [yes], or input [no]:\
@@ -98,23 +99,22 @@ TEST_F(MachineTest, ReaderMakesTheMostOfALog)
 7 INFO main vdRescan_plus end.
 )",
          "--check",
-         check + "stale and left in place: 2:0:0:3; run 2 of T: refused: another copy | disks=1 stale=1 "
-                 "deleted=0 failed=0 not_questioned=0\n1"},
-        // A run that is stopped, one with --nocheck, and one whose beginning is lost.
+         "VDRESCAN WARNING - run 2 of T: stale and left in place: 2:0:0:3 | disks=1 stale=1 deleted=0 failed=0 "
+         "not_questioned=0\n1"},
+        // A run that is stopped, one that lacks a record, and one that lacks its beginning.
         {start + "2 INFO SCAN_ScanScsiHost     scan host3 \\\n" + start +
-             "2 INFO main vdRescan_plus end.\n4 INFO main vdRescan_plus end.\n",
+             "5 INFO main vdRescan_plus end.\n4 INFO main vdRescan_plus end.\n",
          "--all",
-         "   1  T  not ended            \n   2  T  complete             \n"
+         "   1  T  not ended            \n   2  T  complete               records are missing\n"
          "   3  T  complete               records are missing\n0"},
-        // Queries that failed, of which the order tells the disk of the first two only.
+        // Queries that failed, of which the order does not tell the disk of each.
         {start + disk + R"(3 INFO SCAN_CreateScsiDisk create scsi disk{2:0:0:2, ZENTRA, ARRAY9000, a2, /dev/sg2} finish.
 4 INFO SCAN_CreateScsiDisk create scsi disk{2:0:0:3, ZENTRA, ARRAY9000, a3, /dev/sg3} finish.
 5 INFO SCAN_CreateScsiDisk create scsi disk{2:0:0:4, ZENTRA, ARRAY9000, a4, /dev/sg4} finish.
 6 ERROR SCAN_IssueReportLun iusse report lun ioctl fail{-1}!
 7 INFO SCAN_PrintLunIds session{2:0:0} report lun cnt{4}.
 8 ERROR SCAN_IusseInquiry0x83 inquiry 0x83 ioctl fail{-1}!
-9 ERROR SCAN_GetDiskWwn open file{/dev/sg2} fail!
-10 ERROR SCAN_ParseDiskWwn get disk wwn fail with len{4}!
+9 ERROR SCAN_GetDiskWwn open file{/dev/sg3} fail!
 )",
          "", R"(Run 1 of T, N seconds: not ended.
 It was stopped, or is still at work.
@@ -122,24 +122,23 @@ The supported-device list was loaded. 4 disks found in 0 sessions, 0 left out, 0
 
 ADDRESS  NODE      VENDOR  PRODUCT    STATE           ACTION  WWN
 2:0:0:1  /dev/sg1  ZENTRA  ARRAY9000  not questioned  none    a1
-    iusse report lun ioctl fail{-1}!; inquiry 0x83 ioctl fail{-1}!
-2:0:0:2  /dev/sg2  ZENTRA  ARRAY9000  not questioned  none    a2
-    open file{/dev/sg2} fail!
+    iusse report lun ioctl fail{-1}!
+2:0:0:3  /dev/sg3  ZENTRA  ARRAY9000  not questioned  none    a3
+    open file{/dev/sg3} fail!
 
-One disk, not known which: get disk wwn fail with len{4}!
-    2:0:0:3 2:0:0:4
+One disk, not known which: inquiry 0x83 ioctl fail{-1}!
+    2:0:0:1 2:0:0:2
 Rescanned: 0 hosts, 0 controllers.
 0)"},
+        {start + disk + end + start + "2 WARN SCAN_Init WARN: please exit and run as root!\n", "--check",
+         check + "1 disk checked; run 2 of T: refused: not root" + one + "1"},
         {start + disk + end, "--check --max-age 1",
-         "VDRESCAN UNKNOWN - run 1 of T: 1 disk checked; that is too long ago | "
-         "disks=1 stale=0 deleted=0 failed=0 not_questioned=0\n3"},
-        {start + "2 INFO SCAN_InitScsiDisk scsi disk{0:0:0:0} isn't support\n" + end, "--check",
-         check + "no supported disk found" + none + "1"},
-        {start + "2 ERROR SCAN_Init init vd config fail!\n" + end, "--check",
-         check + "the supported-device list was not loaded" + none + "1"},
+         "VDRESCAN UNKNOWN - run 1 of T: 1 disk checked; that is too long ago" + one + "3"},
+        {start + "2 ERROR SCAN_Init init vd config fail!\n" + end, "--check --max-age 1",
+         check + "the supported-device list was not loaded; that is too long ago" + none + "1"},
         {start + "2 INFO SCAN_CreateScsiHost create scsi host{2} finish.\n" + end, "--check",
          check + "no disk was looked at: --nocheck, or there is no SCSI disk" + none + "1"},
-        {start, "--run 2", "vdRescan_log: /opt/Veridane_NVMe/log/vd_rescan_log.txt holds no such run\n1"},
+        {start, "--run 2", "vdRescan_log: /opt/Veridane_NVMe/log/vd_rescan_log.txt does not hold this run\n1"},
         {"", "--check /nowhere", "VDRESCAN UNKNOWN - /nowhere: No such file or directory\n3"},
     };
     for (const auto &c : cases) {
