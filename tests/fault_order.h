@@ -7,5 +7,7 @@ struct FaultOrder {
     int error;  // the errno that it fails with, or one of these
 };
 
-inline constexpr int kShortTransfer = 0;  // a read or write is short; a program that is run ends with 1
-inline constexpr int kKill = -1;          // the process is killed there
+inline constexpr int kShort = 0;  // half is read, nothing is written, a program that is run ends with 1
+inline constexpr int kKill = -1;  // the process is killed there
+
+inline constexpr int kStatusFd = 3;  // where fault_double writes the wait status of a run, an int

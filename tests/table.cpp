@@ -1,7 +1,5 @@
 #include "table.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
@@ -23,18 +21,8 @@ using FileStep = std::function<void(const std::string &path, const std::string &
 
 void RemoveFile(const std::string &path, const std::string & /*rest*/) { machine::Remove(path); }
 
-// Cannot be opened.
-void MakeSocket(const std::string &path, const std::string & /*rest*/)
-{
-    machine::Remove(path);
-    (void)mknod(path.c_str(), S_IFSOCK | 0600, 0);
-}
-
-const std::map<std::string, FileStep> kFileSteps = {{"file", machine::Put},
-                                                    {"link", machine::Link},
-                                                    {"device", machine::AddDevice},
-                                                    {"remove", RemoveFile},
-                                                    {"socket", MakeSocket}};
+const std::map<std::string, FileStep> kFileSteps = {
+    {"file", machine::Put}, {"link", machine::Link}, {"device", machine::AddDevice}, {"remove", RemoveFile}};
 const std::set<std::string> kOutcomes = {"prints", "deletes", "rescans", "error", "info", "sends"};
 const std::map<std::string, int> kErrors = {{"EIO", EIO}, {"ENODEV", ENODEV}, {"ENOMEM", ENOMEM}};
 const std::map<std::string, machine::Query> kQueries = {{"report-luns", machine::kReportLuns},
