@@ -30,7 +30,7 @@ std::string CheckOf(const Run &run)
     if (run.listLoaded == false) {
         return "No disk was looked at: the supported-device list was not loaded.";
     }
-    const std::string list = run.listLoaded ? "The supported-device list was loaded. " : "";
+    const std::string list = run.listLoaded.value_or(false) ? "The supported-device list was loaded. " : "";
     if (run.checked) {
         return list + READER_Count(run.disks.size(), "disk") + " found in " + READER_Count(run.sessions, "session") +
                ", " + std::to_string(run.leftOut.size()) + " left out, " + std::to_string(run.disksOfOthers) +

@@ -131,7 +131,8 @@ std::uint8_t UDEV_DivisionString(char *buffer, std::int32_t bufferLen, ProductNo
     (void)UDEV_ReplaceCharacters(buffer, bufferLen);  // its arguments are checked above
     char *context = nullptr;
     std::size_t pieces = 0;
-    for (char *piece = strtok_s(buffer, ",", &context); piece != nullptr; piece = strtok_s(nullptr, ",", &context)) {
+    for (const char *piece = strtok_s(buffer, ",", &context); piece != nullptr;
+         piece = strtok_s(nullptr, ",", &context)) {
         if (pieces == kProductKeys.size()) {
             LOG_PrintUdev(LogLevel::Error, "more than buffer length.");
             return 0;

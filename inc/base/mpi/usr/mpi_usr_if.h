@@ -53,7 +53,7 @@ inline void LIST_Append(ListNode &node, ListNode &head)
 }
 
 // Takes `node` out from between its neighbours; its own pointers stay as they were.
-inline void LIST_Unlink(ListNode &node)
+inline void LIST_Unlink(const ListNode &node)
 {
     node.next->prev = node.prev;
     node.prev->next = node.next;
@@ -119,6 +119,7 @@ template <typename Record>
 
 // Empties the list `head`: each record is unlinked, its link pointed at itself, and handed to `release` to be freed.
 template <typename Record, typename Release = MemoryReleaser>
+// cppcheck-suppress constParameterReference ; it is changed through its neighbours
 void LIST_Free(ListNode &head, Release release = {})
 {
     for (ListNode *node = head.next; node != &head;) {
