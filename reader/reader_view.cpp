@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr std::size_t kMaxNames = 8;  // of the disks that one query may have failed on
+constexpr std::size_t kMaxSuspects = 8;  // named of the disks that one query may have failed on
 
 using Row = std::array<std::string, 7>;
 
@@ -95,10 +95,10 @@ void WriteUnassigned(std::FILE *out, const Run &run)
 {
     for (const Unassigned &query : run.unassigned) {
         (void)std::fprintf(out, "One disk, not known which: %s\n   ", query.message.c_str());
-        for (std::size_t i = 0; i < std::min(query.disks.size(), kMaxNames); ++i) {
+        for (std::size_t i = 0; i < std::min(query.disks.size(), kMaxSuspects); ++i) {
             (void)std::fprintf(out, " %s", run.disks[query.disks[i]].address.c_str());
         }
-        const bool isCut = query.disks.size() > kMaxNames;
+        const bool isCut = query.disks.size() > kMaxSuspects;
         (void)std::fprintf(out, "%s\n", query.disks.empty() ? " any" : isCut ? " ..." : "");
     }
 }

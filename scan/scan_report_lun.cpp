@@ -15,7 +15,7 @@ namespace {
 // SPC-5, REPORT LUNS command and parameter data.
 constexpr std::uint8_t kOpReportLuns = 0xA0;
 constexpr std::uint8_t kSelectReport = 0x00;  // logical units, the well-known ones left out
-constexpr std::size_t kCommandSize = 12;
+constexpr std::size_t kReportLunsCommandSize = 12;
 constexpr std::uint32_t kHeaderSize = 8;  // LUN LIST LENGTH and a reserved field
 constexpr std::uint32_t kEntrySize = 8;
 constexpr std::uint32_t kFirstListLength = 4088;     // 511 entries
@@ -66,7 +66,7 @@ void SCAN_PrintLunIds(const ScsiSession &session, const std::uint64_t *lunList, 
 
 ResultCode SCAN_IssueReportLun(int fd, std::uint8_t *buffer, std::uint32_t length)
 {
-    std::uint8_t command[kCommandSize] = {};
+    std::uint8_t command[kReportLunsCommandSize] = {};
     command[0] = kOpReportLuns;           // OPERATION CODE
     command[2] = kSelectReport;           // SELECT REPORT
     SCAN_WriteBe32(command + 6, length);  // ALLOCATION LENGTH

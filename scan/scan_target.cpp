@@ -14,7 +14,7 @@
 
 namespace {
 
-constexpr std::size_t kCommandSize = 256;
+constexpr std::size_t kShellCommandSize = 256;
 constexpr const char *kFabricsPrefix = "/sys/devices/virtual/nvme-fabrics/ctl/";
 
 OwnedMemory<ScsiHost> SCAN_CreateScsiHost(std::int32_t hostNo, const char *path)
@@ -129,7 +129,7 @@ void SCAN_ScanAllScsiHost()
 
 void SCAN_ScanNvmeCtrl(const NvmeCtrl &ctrl)
 {
-    char command[kCommandSize] = {};
+    char command[kShellCommandSize] = {};
     SCAN_Print(LogLevel::Info, "    scan %s ", ctrl.ctrlName);
     if (sprintf_s(command, sizeof command - 1, "nvme ns-rescan /dev/%s > /dev/null 2>&1", ctrl.ctrlName) == -1) {
         SCAN_Record(LogLevel::Error, "sprintf_s the nvme rescan commad failed.\n");

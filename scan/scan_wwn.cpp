@@ -13,7 +13,7 @@ namespace {
 constexpr std::uint8_t kOpInquiry = 0x12;
 constexpr std::uint8_t kEvpd = 0x01;
 constexpr std::uint8_t kPageDeviceId = 0x83;
-constexpr std::size_t kCommandSize = 6;
+constexpr std::size_t kInquiryCommandSize = 6;
 constexpr std::uint16_t kResponseSize = 1024;
 
 // SPC-5, Device Identification VPD page.
@@ -25,7 +25,7 @@ constexpr std::uint8_t kTypeUnitNaa = 0x03;     // association 0, the logical un
 
 ResultCode SCAN_IusseInquiry0x83(int fd, std::uint8_t *buffer, std::uint16_t length)
 {
-    std::uint8_t command[kCommandSize] = {};
+    std::uint8_t command[kInquiryCommandSize] = {};
     command[0] = kOpInquiry;              // OPERATION CODE
     command[1] = kEvpd;                   // EVPD
     command[2] = kPageDeviceId;           // PAGE CODE
