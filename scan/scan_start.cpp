@@ -15,11 +15,18 @@
 
 namespace {
 
-// A reader of the output that goes away must not end a run between two deletions, and a standard stream that the caller
-// closed must not become the pid file.
+// Whatever the caller hands down, a run neither ends between two deletions nor misjudges a rescan.
+void SetSignals()
+{
+    // None of these calls can fail for these signals.
+    (void)std::signal(SIGPIPE, SIG_IGN);  // a reader of the output may go away
+    (void)std::signal(SIGXFSZ, SIG_IGN);  // the trace log may have grown to the caller's limit of a file's size
+    (void)std::signal(SIGCHLD, SIG_DFL);  // where it is ignored, nobody learns how `nvme` ended
+}
+
+// A standard stream that the caller closed must not become the pid file.
 void HoldStandardStreams()
 {
-    (void)std::signal(SIGPIPE, SIG_IGN);  // cannot fail for this signal
     int fd = 0;
     do {
         // `nvme` inherits the stand-ins, so that no file of its own takes their place either.
@@ -34,6 +41,7 @@ void HoldStandardStreams()
 
 ResultCode SCAN_Init()
 {
+    SetSignals();
     HoldStandardStreams();
     if (SCAN_InitLog() != RET_OK) {
         return RET_FAIL;

@@ -305,6 +305,9 @@ TEST_F(MachineTest, WithoutAnAudienceOrNvmeTheRunGoesOn)
 {
     AddTargets();
     EXPECT_NE(std::string::npos, RunCommand("-nc", "", "PATH=/nowhere").out.find("    scan nvme2 fail.\n"));
+    // The caller's own children do not concern it, but `nvme` does.
+    EXPECT_EQ("vdRescan_plus start...\n" + kScans, RunCommand("-nc", "", "env --ignore-signal=CHLD").out);
+    EXPECT_EQ(0, RunCommand("", "", "sh -c 'ulimit -f 0; exec \"$0\"'").status);  // no record can be written
     for (const std::string environment : {"sh -c 'exec \"$0\" <&- >&-'", "sh -c '(sleep 0.1; exec \"$0\") | :'"}) {
         AddTargets();
         AddDisk({.hctl = "2:0:0:3", .isReported = false});
