@@ -63,7 +63,11 @@ void SetAnswers(const std::vector<DiskAnswers> &disks)
         // In the order of the enumeration.
         const std::string pages[] = {NaaPage(Wwn(Address(i))), NaaPage(Wwn("9:9:9:9")), "", eui64};
         const Name name = disks[i].name;
-        SetAnswer(node, kReportLuns, {.error = disks[i].listAnswers ? 0 : EIO, .data = LunList(luns)});
+        // Refused by the device, the host adapter or the driver.
+        const Answer refusals[kMaxDisks] = {{.status = 2}, {.host = 7}, {.driver = 6}};
+        Answer list = disks[i].listAnswers ? Answer{} : refusals[i];
+        list.data = LunList(luns);
+        SetAnswer(node, kReportLuns, list);
         SetAnswer(node, kInquiry, {.error = name == kUnreadable ? EIO : 0, .data = pages[name]});
     }
 }

@@ -55,6 +55,9 @@ std::string Each(const std::string &text, const std::string &pattern, const char
 std::string ScanWrites(const std::string &scans) { return Each(scans, "scan (host\\d+) success", "$1/scan - - -\n"); }
 std::string NvmeCalls(const std::string &scans) { return Each(scans, "scan (nvme\\d+) ", "ns-rescan /dev/$1\n"); }
 
+// What is written into attributes where these are all the disks that are deleted.
+std::string Deletions(const std::string &report) { return Each(report, "    delete (\\S+) success", "$1/delete 1\n"); }
+
 // A run that prints `report` and has then deleted exactly the disks that it claims to have deleted. Whatever it does
 // with the disks, every target is rescanned. Returns its trace.
 std::string CheckRun(const std::string &report, const std::string &args = "", const std::string &input = "")
@@ -62,27 +65,17 @@ std::string CheckRun(const std::string &report, const std::string &args = "", co
     Remove(kNvmeCalls);
     const Result result = RunCommand(args, input);
     EXPECT_EQ("vdRescan_plus start...\n" + report + kScans, result.out);
-    EXPECT_EQ(Each(report, "    delete (\\S+) success", "$1/delete 1\n") + ScanWrites(kScans), result.writes);
+    EXPECT_EQ(Deletions(report) + ScanWrites(kScans), result.writes);
     EXPECT_EQ(NvmeCalls(kScans), Content(kNvmeCalls));
     EXPECT_EQ(0, result.status);
     EXPECT_EQ("", result.err);
     return result.trace;
 }
 
-// The lines that one of the two lists has and the other has not, without the common beginning and end.
+// The lines of which one list has more than the other, each with two lines around it.
 std::string Difference(const Lines &expected, const Lines &found)
 {
-    const auto [from, foundFrom] = std::mismatch(expected.begin(), expected.end(), found.begin(), found.end());
-    auto to = expected.end();
-    auto foundTo = found.end();
-    while (to != from && foundTo != foundFrom && *(to - 1) == *(foundTo - 1)) {
-        --to;
-        --foundTo;
-    }
-    std::string text;
-    std::for_each(from, to, [&text](const std::string &line) { text += "missing: " + line + "\n"; });
-    std::for_each(foundFrom, foundTo, [&text](const std::string &line) { text += "found:   " + line + "\n"; });
-    return text;
+    return expected == found ? "" : testing::internal::edit_distance::CreateUnifiedDiff(expected, found);
 }
 
 // The text without a beginning and an end that it must have; the whole text where it has not.
@@ -114,8 +107,8 @@ Lines Outcome(const Result &result, const Lines &expected)
     const std::string rescans = TextOf(expected, "rescans");
     const std::string &scans = rescans.empty() ? kScans : rescans;
     add("prints", Between(result.out, "vdRescan_plus start...\n", scans));
-    const std::string writes = Between(result.writes, "", ScanWrites(scans));
-    add("deletes", std::regex_replace(writes, std::regex("/delete 1\n"), "\n"));
+    const bool isTrue = result.writes == Deletions(result.out) + ScanWrites(scans);
+    add("writes", isTrue ? "" : result.writes);
     add("rescans", Content(kNvmeCalls) == NvmeCalls(scans) ? rescans : Content(kNvmeCalls));
     add("error", RecordsAt("ERROR", result.trace));
     const std::string infos = "\n" + RecordsAt("INFO", result.trace);
