@@ -101,8 +101,8 @@ def fault(ended, run, options):
         return "the trace log does not tell of this run alone; is it missing, or was there another run?"
     if run["outcome"] == "refused":
         return "the run was refused: %s" % run["refusal"]
-    if run["outcome"] != "complete":
-        return "the run did not end"
+    if run["outcome"] != "complete" or not run["whole"]:
+        return "the run did not end, or records of it are missing"
     if not run["list_loaded"]:
         return "the supported-device list did not load"
     if run["inventory_errors"]:
@@ -122,7 +122,7 @@ def report(run):
     """Lines for a person."""
     kinds = {}
     for disk in run["disks"]:
-        text = disk["address"]
+        text = disk["address"] or disk["reason"]
         if disk["state"] == "changed":
             text += " [%s -> %s]" % (disk["wwn"], disk["wwn_now"])
         kinds.setdefault(disk["state"], []).append(text)
@@ -131,7 +131,7 @@ def report(run):
     kinds["not rescanned"] = run["hosts_not_rescanned"] + run["controllers_not_rescanned"]
     order = STALE + ("not questioned", "left out", "deleted", "failed", "not rescanned")
     lines = ["%s: %s" % (kind, ", ".join(kinds[kind])) for kind in order if kinds.get(kind)]
-    return lines + ["a query failed, by one of %s: %s" % (", ".join(query["addresses"]), query["message"])
+    return lines + ["a query failed, by one of %s: %s" % (", ".join(query["addresses"]) or "all", query["message"])
                     for query in run["unassigned"]]
 
 
