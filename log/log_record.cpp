@@ -11,16 +11,24 @@ static_assert(kRecordMark == 0x5342);
 constexpr std::size_t kIdRest = 8;      // digits of the record id that follow the mark
 constexpr std::size_t kFrontSize = 64;  // bytes; more than stands in front of the mark
 
-// Takes off `rest` the text in front of `end`, and `end` with it. Returns false where `end` does not follow.
-bool TakeUpTo(std::string_view end, std::string_view &rest, std::string_view &taken)
+// Takes off `rest` the text in front of the first `end`, and `end` with it. Returns false where there is none.
+bool TakeUpTo(char end, std::string_view &rest, std::string_view &taken)
 {
     const std::size_t length = rest.find(end);
     if (length == std::string_view::npos) {
         return false;
     }
     taken = rest.substr(0, length);
-    rest.remove_prefix(length + end.size());
+    rest.remove_prefix(length + 1);
     return true;
+}
+
+// As TakeUpTo, with "][", which no field holds a part of.
+bool TakeField(std::string_view &rest, std::string_view &field)
+{
+    const bool isTaken = TakeUpTo(']', rest, field) && rest.starts_with('[');
+    rest.remove_prefix(isTaken ? 1 : 0);
+    return isTaken;
 }
 
 // Reads the sequence number and the time, with which `text` ends. Returns the bytes that they take with their
@@ -45,8 +53,8 @@ bool ReadBack(std::string_view &rest, LogRecord &record)
     std::string_view level;
     std::string_view module;
     std::string_view line;
-    if (!TakeUpTo("][", rest, id) || !TakeUpTo("][", rest, level) || !TakeUpTo("][", rest, module) ||
-        !TakeUpTo(": ", rest, record.function) || !TakeUpTo("]", rest, line)) {
+    if (!TakeField(rest, id) || !TakeField(rest, level) || !TakeField(rest, module) ||
+        !TakeUpTo(':', rest, record.function) || !TakeUpTo(']', rest, line)) {
         return false;
     }
     const auto *name = std::find(kLevelNames.begin(), kLevelNames.end(), level.substr(0, level.find(' ')));

@@ -1,54 +1,49 @@
 #include "reader_log.h"
 
 #include <algorithm>
-#include <cstring>
 
 namespace {
 
-constexpr std::size_t kBufferSize = std::size_t{1} << 20;
+constexpr std::size_t kBufferSize = std::size_t{128} << 10;
 
-// Reads on behind what is unread. Returns false when nothing more comes, or nothing more fits.
-bool ReadOn(LogStream &log)
+// Reads on behind `kept`, which stands in the buffer. Returns false when nothing more comes, or nothing more fits.
+bool ReadOn(LogStream &log, std::string_view kept)
 {
     log.buffer.resize(kBufferSize);
-    std::memmove(log.buffer.data(), log.buffer.data() + log.begin, log.end - log.begin);
-    log.end -= log.begin;
-    log.begin = 0;
-    const std::size_t count = std::fread(log.buffer.data() + log.end, 1, kBufferSize - log.end, log.file);
-    log.end += count;
+    std::copy(kept.begin(), kept.end(), log.buffer.begin());
+    const std::size_t count = std::fread(log.buffer.data() + kept.size(), 1, kBufferSize - kept.size(), log.file);
+    log.unread = {std::string_view(log.buffer.data(), kept.size() + count)};
     return count > 0;
 }
 
 }  // namespace
 
-bool READER_TakeRecord(std::string_view &text, LogRecord &record)
+bool READER_TakeRecord(RecordText &text, LogRecord &record)
 {
-    if (LOG_FindRecord(text, record) == std::string_view::npos) {
-        text = {};
+    if (text.isNextKnown) {
+        record = text.next;
+    } else if (LOG_FindRecord(text.rest, record) == std::string_view::npos) {
+        text.rest = {};
         return false;
     }
-    LogRecord next;
-    const std::size_t messageSize = std::min(LOG_FindRecord(record.message, next), record.message.size());
-    text = record.message.substr(messageSize);
+    const std::size_t messageSize = LOG_FindRecord(record.message, text.next);
+    text.isNextKnown = messageSize != std::string_view::npos;
+    text.rest = text.isNextKnown ? record.message.substr(messageSize) : std::string_view();
     record.message = record.message.substr(0, messageSize);
-    record.whole = record.whole.substr(0, record.whole.size() - text.size());
+    record.whole = record.whole.substr(0, record.whole.size() - text.rest.size());
     return true;
 }
 
 bool READER_NextRecord(LogStream &log, LogRecord &record)
 {
     for (bool mayGoOn = true;;) {
-        std::string_view rest(log.buffer.data() + log.begin, log.end - log.begin);
-        const bool isFound = READER_TakeRecord(rest, record);
-        // What reaches up to the end of what was read may go on behind it.
-        if (rest.empty() && mayGoOn) {
-            if (!isFound) {
-                log.begin = log.end - std::min(log.end - log.begin, kHeaderSize);
-            }
-            mayGoOn = ReadOn(log);
-            continue;
+        const std::string_view unread = log.unread.rest;
+        const bool isFound = READER_TakeRecord(log.unread, record);
+        if (!log.unread.rest.empty() || !mayGoOn) {
+            return isFound;
         }
-        log.begin = log.end - rest.size();
-        return isFound;
+        // What reaches up to the end of what was read may go on behind it.
+        const std::size_t headerSize = std::min(unread.size(), kHeaderSize);
+        mayGoOn = ReadOn(log, isFound ? record.whole : unread.substr(unread.size() - headerSize));
     }
 }

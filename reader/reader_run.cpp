@@ -277,7 +277,7 @@ Run READER_Tell(const RunText &text)
     Telling telling;
     telling.run.number = text.number;
     telling.run.isWhole = text.isWhole;
-    std::string_view rest = text.text;
+    RecordText rest = {text.text};
     for (LogRecord record; READER_TakeRecord(rest, record);) {
         // Behind its last line end may stand the torn beginning of another record.
         const std::size_t lineEnd = record.message.rfind('\n');
