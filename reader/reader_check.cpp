@@ -44,7 +44,7 @@ std::vector<std::string> NamesOf(const std::vector<Disk> &disks, Predicate isMea
     std::vector<std::string> names;
     for (const Disk &disk : disks) {
         if (isMeant(disk)) {
-            names.push_back(!disk.address.empty() ? disk.address : !disk.node.empty() ? disk.node : "?");
+            names.emplace_back(!disk.address.empty() ? disk.address : !disk.node.empty() ? disk.node : "?");
         }
     }
     return names;

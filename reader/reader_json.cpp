@@ -31,9 +31,9 @@ OwnedJson Truth(std::optional<bool> truth)
     return OwnedJson(truth ? json_boolean(*truth) : json_null());
 }
 
-OwnedJson Text(const std::string &text)
+OwnedJson Text(std::string_view text)
 {
-    return OwnedJson(text.empty() ? json_null() : json_string(text.c_str()));
+    return OwnedJson(text.empty() ? json_null() : json_stringn(text.data(), text.size()));
 }
 
 // Without memory the program ends, as its containers make it do: what is left out would be a false statement.

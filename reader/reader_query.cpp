@@ -30,7 +30,7 @@ bool EnterSession(Queries &queries)
 // The only failure that names a disk is that of opening its node.
 std::optional<std::size_t> NamedDisk(const Queries &queries, std::string_view message)
 {
-    const auto disk = queries.diskOf.find(std::string(READER_Between(message, "open file{", "}")));
+    const auto disk = queries.diskOf.find(READER_Between(message, "open file{", "}"));
     return disk == queries.diskOf.end() ? std::nullopt : std::optional(disk->second);
 }
 
@@ -98,7 +98,7 @@ void AssignWithoutOrder(const Queries &queries, Run &run)
 
 void READER_FileDisk(Queries &queries, const Disk &disk, std::size_t index)
 {
-    const std::string name = disk.address.substr(0, disk.address.rfind(':'));
+    const std::string_view name = disk.address.substr(0, disk.address.rfind(':'));
     const auto [session, isNew] = queries.sessionOf.try_emplace(name, queries.sessions.size());
     if (isNew) {
         queries.sessions.emplace_back();
@@ -109,7 +109,7 @@ void READER_FileDisk(Queries &queries, const Disk &disk, std::size_t index)
 
 void READER_LunsAnswered(Queries &queries, std::string_view session)
 {
-    const auto named = queries.sessionOf.find(std::string(session));
+    const auto named = queries.sessionOf.find(session);
     queries.isOrdered = EnterSession(queries) && named != queries.sessionOf.end() && named->second == queries.session &&
                         queries.isOrdered;
     queries.hasLuns = true;

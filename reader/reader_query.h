@@ -3,9 +3,10 @@
 // INQUIRY goes to each disk whose LUN is reported, and its success is not recorded.
 #pragma once
 
-#include <map>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "reader_run.h"
@@ -17,11 +18,11 @@ struct FailedQuery {
     std::string message;
 };
 
-// The inventory as it is questioned, and what failed so far.
+// The inventory as it is questioned, and what failed so far. The names are views into the records.
 struct Queries {
-    std::vector<std::vector<std::size_t>> sessions;  // indices in Run::disks, as they were filed
-    std::map<std::string, std::size_t> sessionOf;    // by h:c:t
-    std::map<std::string, std::size_t> diskOf;       // by generic node
+    std::vector<std::vector<std::size_t>> sessions;               // indices in Run::disks, as they were filed
+    std::unordered_map<std::string_view, std::size_t> sessionOf;  // by h:c:t
+    std::unordered_map<std::string_view, std::size_t> diskOf;     // by generic node
     std::vector<FailedQuery> failed;
     std::size_t session = 0;      // the one that is being questioned
     std::size_t lunFailures = 0;  // of its REPORT LUNS

@@ -11,12 +11,14 @@
 
 namespace {
 
-// A run whose records are being read.
+// A run whose records are being read. The texts are views into them.
 struct Telling {
     Run run;
     Queries queries;
-    std::unordered_map<std::string, std::size_t> diskOf;  // indices in Run::disks, by address
-    std::string_view withoutProduct;                      // address of a disk whose product could not be read
+    std::unordered_map<std::string_view, std::size_t> diskOf;  // indices in Run::disks, by address
+    std::string_view withoutProduct;                           // address of a disk whose product could not be read
+    std::string_view start;                                    // times of the first and the last record
+    std::string_view end;
 };
 
 bool IsAddress(std::string_view text)
@@ -28,7 +30,7 @@ bool IsAddress(std::string_view text)
 // The filed disk with that address. One that is not filed, because records are missing, is added.
 Disk &DiskAt(Telling &telling, std::string_view address)
 {
-    const auto [found, isNew] = telling.diskOf.try_emplace(std::string(address), telling.run.disks.size());
+    const auto [found, isNew] = telling.diskOf.try_emplace(address, telling.run.disks.size());
     if (isNew) {
         telling.run.disks.emplace_back().address = address;
     }
@@ -72,19 +74,22 @@ void TellFiledDisk(Telling &telling, std::string_view message)
     const std::size_t node = fields.rfind(kComma);
     const std::size_t wwn = fields.rfind(kComma, node - 1);
     const std::string_view address = fields.substr(0, vendor);
-    if (product == std::string_view::npos || product >= wwn || wwn >= node || !IsAddress(address) ||
-        telling.diskOf.contains(std::string(address))) {
+    if (product == std::string_view::npos || product >= wwn || wwn >= node || !IsAddress(address)) {
         return;
     }
-    const auto field = [fields, kComma](std::size_t comma, std::size_t end) {
-        return READER_Shown(fields.substr(comma + kComma.size(), end - comma - kComma.size()));
-    };
+    const std::size_t index = telling.run.disks.size();
     Disk &disk = DiskAt(telling, address);
+    if (index == telling.run.disks.size()) {
+        return;  // it is filed already
+    }
+    const auto field = [fields, kComma](std::size_t comma, std::size_t end) {
+        return fields.substr(comma + kComma.size(), end - comma - kComma.size());
+    };
     disk.vendor = field(vendor, product);
     disk.product = field(product, wwn);
     disk.wwn = field(wwn, node);
     disk.node = field(node, fields.size());
-    READER_FileDisk(telling.queries, disk, telling.run.disks.size() - 1);
+    READER_FileDisk(telling.queries, disk, index);
 }
 
 // The address in "path{DIRECTORY/h:c:t:l}" or "full name{DIRECTORY/h:c:t:l/generic}"; empty without one.
@@ -100,7 +105,7 @@ void LeaveOut(Run &run, std::string_view address, std::string_view message)
 {
     Disk &disk = run.leftOut.emplace_back();
     disk.address = address;
-    disk.node = READER_Shown(READER_Between(message, "sg{", "}"));
+    disk.node = READER_Between(message, "sg{", "}");
     disk.state = DiskState::LeftOut;
     disk.reason = READER_Shown(message);
 }
@@ -159,8 +164,8 @@ void TellStale(Telling &telling, const LogRecord &record)
     Disk &disk = DiskAt(telling, address);
     disk.state = isChanged ? DiskState::Changed : isRemoved ? DiskState::Removed : DiskState::NotConnected;
     if (isChanged) {
-        disk.wwn = READER_Shown(READER_Between(record.message, " [", " -> "));
-        disk.wwnNow = READER_Shown(READER_Between(record.message, " -> ", "]\n"));
+        disk.wwn = READER_Between(record.message, " [", " -> ");
+        disk.wwnNow = READER_Between(record.message, " -> ", "]\n");
     }
 }
 
@@ -239,10 +244,8 @@ constexpr std::array<Teller, 28> kTellers = {{
 void Tell(Telling &telling, const LogRecord &record)
 {
     Run &run = telling.run;
-    run.end = READER_Shown(record.time);
-    if (run.start.empty()) {
-        run.start = run.end;
-    }
+    telling.start = telling.start.empty() ? record.time : telling.start;
+    telling.end = record.time;
     const auto *teller = std::find_if(kTellers.begin(), kTellers.end(),
                                       [&record](const Teller &known) { return known.first == record.function; });
     if (teller == kTellers.end()) {
@@ -259,6 +262,8 @@ void Tell(Telling &telling, const LogRecord &record)
 void Conclude(Telling &telling)
 {
     Run &run = telling.run;
+    run.start = READER_Shown(telling.start);
+    run.end = READER_Shown(telling.end);
     READER_AssignQueries(telling.queries, run);
     for (Disk &disk : run.disks) {
         if (disk.state == DiskState::Healthy && !disk.reason.empty()) {

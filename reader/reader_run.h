@@ -4,6 +4,7 @@
 #include <array>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "reader_runs.h"
@@ -18,14 +19,14 @@ inline constexpr std::array<const char *, 6> kStateNames = {"healthy",       "re
 enum class DiskAction { None, Deleted, Failed, Kept };
 inline constexpr std::array<const char *, 4> kActionNames = {"none", "deleted", "failed", "kept"};
 
-// What the log does not tell of a disk is empty.
+// What the log does not tell of a disk is empty. The views are into the text of its run.
 struct Disk {
-    std::string address;  // h:c:t:l
-    std::string node;     // its generic node
-    std::string vendor;
-    std::string product;
-    std::string wwn;     // that the kernel held
-    std::string wwnNow;  // of a changed disk
+    std::string_view address;  // h:c:t:l
+    std::string_view node;     // its generic node
+    std::string_view vendor;
+    std::string_view product;
+    std::string_view wwn;     // that the kernel held
+    std::string_view wwnNow;  // of a changed disk
     DiskState state = DiskState::Healthy;
     std::string reason;  // why it was left out, or the queries to it that failed
     DiskAction action = DiskAction::None;
@@ -63,7 +64,7 @@ struct Run {
     std::size_t controllersRescanned = 0;
 };
 
-// Makes out what the run with these records did.
+// Makes out what the run with these records did; they must stay as long as the result.
 [[nodiscard]] Run READER_Tell(const RunText &text);
 
 // The disks that are not simply healthy.

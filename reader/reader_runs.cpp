@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "reader_text.h"
+
 namespace {
 
 // What garbage can make this program keep is limited; no real run comes near.
@@ -86,7 +88,7 @@ void File(RunStream &runs, const LogRecord &record)
     owner.phase = phase;
     owner.expected = record.sequence < INT32_MAX ? record.sequence + 1 : record.sequence;
     if (owner.run.text.size() + record.whole.size() <= kMaxText) {
-        owner.run.text += record.whole;
+        READER_AppendShown(owner.run.text, record.whole);
         runs.kept += record.whole.size();
     } else {
         owner.run.isWhole = false;

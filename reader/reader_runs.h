@@ -5,7 +5,7 @@
 
 #include "reader_log.h"
 
-// The records of one run, as they stand in the file.
+// The records of one run, with a question mark for every byte that is neither printable ASCII nor a line end.
 struct RunText {
     std::uint64_t number = 0;  // of the run in the file, from 1
     bool isWhole = true;       // false: records are missing, at the beginning or between

@@ -11,9 +11,9 @@ constexpr std::size_t kMaxSuspects = 8;  // named of the disks that one query ma
 
 using Row = std::array<std::string, 7>;
 
-std::string TextOr(const std::string &text, const char *otherwise)
+std::string TextOr(std::string_view text, const char *otherwise)
 {
-    return text.empty() ? otherwise : text;
+    return std::string(text.empty() ? otherwise : text);
 }
 
 std::string OutcomeOf(const Run &run)
@@ -70,7 +70,7 @@ void WriteDisks(std::FILE *out, const std::vector<Disk> &disks)
         rows.push_back({TextOr(disk.address, "?"), TextOr(disk.node, "?"), TextOr(disk.vendor, "?"),
                         TextOr(disk.product, "?"), kStateNames[static_cast<std::size_t>(disk.state)],
                         kActionNames[static_cast<std::size_t>(disk.action)],
-                        TextOr(disk.wwn, "?") + (disk.wwnNow.empty() ? "" : " -> " + disk.wwnNow)});
+                        TextOr(disk.wwn, "?") + (disk.wwnNow.empty() ? "" : " -> ") + std::string(disk.wwnNow)});
     }
     std::array<std::size_t, std::tuple_size_v<Row>> widths = {};
     for (const Row &row : rows) {
@@ -96,7 +96,7 @@ void WriteUnassigned(std::FILE *out, const Run &run)
     for (const Unassigned &query : run.unassigned) {
         (void)std::fprintf(out, "One disk, not known which: %s\n   ", query.message.c_str());
         for (std::size_t i = 0; i < std::min(query.disks.size(), kMaxSuspects); ++i) {
-            (void)std::fprintf(out, " %s", run.disks[query.disks[i]].address.c_str());
+            (void)std::fprintf(out, " %s", std::string(run.disks[query.disks[i]].address).c_str());
         }
         const bool isCut = query.disks.size() > kMaxSuspects;
         (void)std::fprintf(out, "%s\n", query.disks.empty() ? " any" : isCut ? " ..." : "");
