@@ -110,6 +110,34 @@ void WriteLines(std::FILE *out, const char *title, const std::vector<std::string
     }
 }
 
+// What stands behind the outcome in a run's line.
+std::string NotesOf(const Run &run)
+{
+    std::string notes;
+    const auto add = [&notes](const std::string &note) { notes += (notes.empty() ? "  " : ", ") + note; };
+    if (!run.isWhole) {
+        add("records are missing");
+    }
+    if (run.listLoaded == false) {
+        add("list not loaded");
+    } else if (run.outcome == Outcome::Complete && !run.checked) {
+        add("no disk looked at");
+    }
+    if (run.checked == true) {
+        const Tally tally = READER_TallyOf(run);
+        add(READER_Count(run.disks.size(), "disk"));
+        add(std::to_string(tally.stale) + " stale");
+        add(std::to_string(tally.deleted) + " deleted");
+        add(std::to_string(tally.failed) + " failed");
+        add(std::to_string(tally.notQuestioned) + " not questioned");
+    }
+    const std::size_t notRescanned = run.hostsNotRescanned.size() + run.controllersNotRescanned.size();
+    if (notRescanned > 0) {
+        add(std::to_string(notRescanned) + " not rescanned");
+    }
+    return notes;
+}
+
 }  // namespace
 
 void READER_RunToView(std::FILE *out, const Run &run)
@@ -134,16 +162,6 @@ void READER_RunToView(std::FILE *out, const Run &run)
 
 void READER_RunToLine(std::FILE *out, const Run &run)
 {
-    (void)std::fprintf(out, "%4llu  %-19s  %-21s", static_cast<unsigned long long>(run.number),
-                       TextOr(run.start, "?").c_str(), OutcomeOf(run).c_str());
-    if (!run.isWhole) {
-        (void)std::fputs("  records are missing", out);
-    }
-    if (run.checked == true) {
-        const Tally tally = READER_TallyOf(run);
-        (void)std::fprintf(out, "  %s, %zu stale, %zu deleted, %zu not questioned",
-                           READER_Count(run.disks.size(), "disk").c_str(), tally.stale, tally.deleted,
-                           tally.notQuestioned);
-    }
-    (void)std::fputs("\n", out);
+    (void)std::fprintf(out, "%4llu  %-19s  %-21s%s\n", static_cast<unsigned long long>(run.number),
+                       TextOr(run.start, "?").c_str(), OutcomeOf(run).c_str(), NotesOf(run).c_str());
 }

@@ -105,8 +105,10 @@ TEST_F(MachineTest, ReaderMakesTheMostOfALog)
         {start + "2 INFO SCAN_ScanScsiHost     scan host3 \\\n" + start +
              "5 INFO main vdRescan_plus end.\n4 INFO main vdRescan_plus end.\n",
          "--all",
-         "   1  T  not ended            \n   2  T  complete               records are missing\n"
-         "   3  T  complete               records are missing\n0"},
+         R"(   1  T  not ended              1 not rescanned
+   2  T  complete               records are missing, no disk looked at
+   3  T  complete               records are missing, no disk looked at
+0)"},
         // Queries that failed, of which the order does not tell the disk of each.
         {start + disk + R"(3 INFO SCAN_CreateScsiDisk create scsi disk{2:0:0:2, ZENTRA, ARRAY9000, a2, /dev/sg2} finish.
 4 INFO SCAN_CreateScsiDisk create scsi disk{2:0:0:3, ZENTRA, ARRAY9000, a3, /dev/sg3} finish.
@@ -138,6 +140,7 @@ Rescanned: 0 hosts, 0 controllers.
          check + "the supported-device list was not loaded; that is too long ago" + none + "1"},
         {start + "2 INFO SCAN_CreateScsiHost create scsi host{2} finish.\n" + end, "--check",
          check + "no disk was looked at: --nocheck, or there is no SCSI disk" + none + "1"},
+        {start, "--check", "VDRESCAN CRITICAL - run 1 of T: did not end" + none + "2"},
         {start, "--run 2", "vdRescan_log: /opt/Veridane_NVMe/log/vd_rescan_log.txt does not hold this run\n1"},
         {"", "--check /nowhere", "VDRESCAN UNKNOWN - /nowhere: No such file or directory\n3"},
     };
