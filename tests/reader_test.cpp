@@ -1,5 +1,6 @@
 // What vdRescan_log says of a log: of one that the command has just written, and of ones that are made up.
 #include <cstdlib>
+#include <filesystem>
 #include <regex>
 
 #include "command.h"
@@ -73,6 +74,17 @@ TEST_F(MachineTest, ReaderMakesDataOfARun)
               R"("controllers_rescanned":0,"inventory_errors":[]}]})"
               "\n0",
               Read("--json --run 1"));
+}
+
+// The log is what a run in the lab has written.
+TEST(ReaderTest, TellsTheStoryOfTheLab)
+{
+    const std::string story = std::filesystem::path(VD_RUNS).replace_filename("story/").string();
+    for (const std::string option : {"", "--check", "--json"}) {
+        const std::string expected = option.empty() ? "view.txt" : option.substr(2) + ".txt";
+        const std::string command = VD_READER " " + option + " " + story + "log.txt | diff " + story + expected + " -";
+        EXPECT_EQ(0, std::system(command.c_str())) << command;
+    }
 }
 
 TEST_F(MachineTest, ReaderMakesTheMostOfALog)
