@@ -92,6 +92,7 @@ TEST_F(MachineTest, ReaderMakesTheMostOfALog)
     const std::string start = "1 INFO SCAN_Init vdRescan_plus start...\n", end = "3 INFO main vdRescan_plus end.\n";
     const std::string disk =
         "2 INFO SCAN_CreateScsiDisk create scsi disk{2:0:0:1, ZENTRA, ARRAY9000, a1, /dev/sg1} finish.\n";
+    const std::string notRoot = start + "2 WARN SCAN_Init WARN: please exit and run as root!\n";
     const std::string check = "VDRESCAN WARNING - run 1 of T: ",
                       zeros = " stale=0 deleted=0 failed=0 not_questioned=0\n";
     const std::string none = " | disks=0" + zeros, one = " | disks=1" + zeros;
@@ -144,14 +145,18 @@ One disk, not known which: inquiry 0x83 ioctl fail{-1}!
     2:0:0:1 2:0:0:2
 Rescanned: 0 hosts, 0 controllers.
 0)"},
-        {start + disk + end + start + "2 WARN SCAN_Init WARN: please exit and run as root!\n", "--check",
-         check + "1 disk checked; run 2 of T: refused: not root" + one + "1"},
+        {start + disk + end + notRoot + notRoot, "--check",
+         check + "1 disk checked; run 3 of T: refused: not root" + one + "1"},
         {start + disk + end, "--check --max-age 1",
          "VDRESCAN UNKNOWN - run 1 of T: 1 disk checked; that is too long ago" + one + "3"},
         {start + "2 ERROR SCAN_Init init vd config fail!\n" + end, "--check --max-age 1",
          check + "the supported-device list was not loaded; that is too long ago" + none + "1"},
-        {start + "2 INFO SCAN_CreateScsiHost create scsi host{2} finish.\n" + end, "--check",
-         check + "no disk was looked at: --nocheck, or there is no SCSI disk" + none + "1"},
+        {start + end, "--check",
+         check + "records are missing; no disk was looked at: --nocheck, or there is no SCSI disk" + none + "1"},
+        {start + "2 INFO SCAN_InitScsiDisk scsi disk{2:0:0:1} isn't support with vendor{V} product{P}.\n" + end,
+         "--check", check + "no supported disk found" + none + "1"},
+        {start + "2 ERROR SCAN_Init init vd config fail!\n" + end, "--all",
+         "   1  T  complete               list not loaded\n0"},
         {start, "--check", "VDRESCAN CRITICAL - run 1 of T: did not end" + none + "2"},
         {start, "--run 2", "vdRescan_log: /opt/Veridane_NVMe/log/vd_rescan_log.txt does not hold this run\n1"},
         {"", "--check /nowhere", "VDRESCAN UNKNOWN - /nowhere: No such file or directory\n3"},
@@ -159,6 +164,36 @@ Rescanned: 0 hosts, 0 controllers.
     for (const auto &c : cases) {
         Put(kLog, "[2][\xff" + std::string(3, '\0') + "][00005342" + Log(c.records) + "[4][2026-11-22 21:");
         EXPECT_EQ(c.expected, Read(c.args)) << c.records;
+    }
+}
+
+// What one record makes of a run that has found a disk and is good otherwise.
+TEST_F(MachineTest, ReaderJudgesWhatARecordTells)
+{
+    const struct {
+        std::string record, expected;
+    } cases[] = {
+        {"INFO SCAN_InitScsiDisk scsi disk{2:0:0:9} isn't support with vendor{V} product{P}.",
+         "OK - run 1 of T: 1 disk checked | disks=1 stale=0 deleted=0 failed=0 not_questioned=0\n0"},
+        {"ERROR SCAN_DeleteChangeDisk     delete 2:0:0:1 fail.",
+         "CRITICAL - run 1 of T: deletion failed: 2:0:0:1 | disks=1 stale=0 deleted=0 failed=1 not_questioned=0\n2"},
+        {"ERROR SCAN_InitScsiDisk scsi disk get vendor fail by path{/sys/2:0:0:9}.",
+         "WARNING - run 1 of T: left out: 2:0:0:9 | disks=1 stale=0 deleted=0 failed=0 not_questioned=1\n1"},
+        {"ERROR SCAN_ParseDiskWwn get disk wwn fail with len{8}!",
+         "WARNING - run 1 of T: 1 disk of unknown name not questioned | "
+         "disks=1 stale=0 deleted=0 failed=0 not_questioned=1\n1"},
+        {"ERROR SCAN_GetAllScanTargets ERROR: get nvme ctrl fail by udev.",
+         "WARNING - run 1 of T: not listed: ERROR: get nvme ctrl fail by udev. | "
+         "disks=1 stale=0 deleted=0 failed=0 not_questioned=0\n1"},
+        {"INFO SCAN_ScanNvmeCtrl     scan nvme1 ",
+         "WARNING - run 1 of T: not rescanned: nvme1 | disks=1 stale=0 deleted=0 failed=0 not_questioned=0\n1"},
+    };
+    for (const auto &c : cases) {
+        Put(kLog,
+            Log("1 INFO SCAN_Init vdRescan_plus start...\n"
+                "2 INFO SCAN_CreateScsiDisk create scsi disk{2:0:0:1, ZENTRA, ARRAY9000, a1, /dev/sg1} finish.\n3 " +
+                c.record + "\n4 INFO main vdRescan_plus end.\n"));
+        EXPECT_EQ("VDRESCAN " + c.expected, Read("--check"));
     }
 }
 
