@@ -1,7 +1,4 @@
-#include <regex>
-
 #include "command.h"
-#include "udev_line.h"
 #include "udev_product.h"
 #include "udev_reader.h"
 #include "udev_settings.h"
@@ -135,31 +132,6 @@ TEST_F(MachineTest, WhatFailsWithTheSettingsIsRecorded)
         "UDEV UDEV_GetVdLinuxCfgValue: sprintf_s attr{scsi_timeout} value{30} fail.\n"
         "UDEV UDEV_GetVdLinuxCfgValue: get atrr{SCSI_TIMEOUT} value is not find.\n",
         RecordsAt("WARN") + RecordsAt("ERROR"));
-}
-
-TEST_F(MachineTest, MissingArgumentsAreRefusedWithARecord)
-{
-    char text[9] = "a=b";
-    std::int32_t index = 0;
-    std::uint8_t flag = 0;
-    EXPECT_EQ(0, UDEV_DeviceIsSupport(nullptr, nullptr));
-    EXPECT_EQ(0, UDEV_MatchProductStr("V", "P", nullptr));
-    EXPECT_EQ(0, UDEV_ClearCharacters(text, 0));
-    EXPECT_EQ(0, UDEV_ReplaceCharacters(nullptr, 0));
-    EXPECT_EQ(0, UDEV_InitProductNode("driver", nullptr, nullptr));
-    EXPECT_EQ(0, UDEV_DivisionString(text, 9, nullptr));
-    UDEV_AnalyzeLine(text, 9, nullptr);
-    UDEV_ClearTailSpace(nullptr, 9);
-    UDEV_HandleSingleLine(text, 9, &index, nullptr, &flag);
-    EXPECT_EQ(RET_OK, UDEV_HandVdLinuxCfgReadLine(nullptr, 9, nullptr));
-    const std::regex record(R"re(UDEV (\w+): .* function "\1" line N exception "(.*)"\n)re");
-    EXPECT_EQ(
-        "UDEV_DeviceIsSupport vendor != ((void *)0)\nUDEV_MatchProductStr productNode != 0\n"
-        "UDEV_ClearCharacters bufferLen != 0\nUDEV_ReplaceCharacters buffer != ((void *)0)\n"
-        "UDEV_InitProductNode keyValue != ((void *)0)\nUDEV_DivisionString node != ((void *)0)\n"
-        "UDEV_AnalyzeLine vendorsUnit != ((void *)0)\nUDEV_ClearTailSpace buffer != ((void *)0)\n"
-        "UDEV_HandleSingleLine lineFlag != ((void *)0)\nUDEV_HandVdLinuxCfgReadLine buf != ((void *)0)\n",
-        std::regex_replace(RecordsAt("ERROR"), record, "$1 $2\n"));
 }
 
 }  // namespace

@@ -61,21 +61,6 @@ Rescanned: 1 host, 1 controller.
         Read("--check"));
 }
 
-TEST_F(MachineTest, ReaderMakesDataOfARun)
-{
-    AddDisk({.hctl = "2:0:0:2", .now = std::string(32, 'e')});
-    RunCommand("-m", "n\n");
-    EXPECT_EQ(R"({"version":1,"runs":[{"number":1,"whole":true,"start":"T","end":"T","seconds":N,"outcome":"complete",)"
-              R"("refusal":null,"list_loaded":true,"checked":true,"asked":true,"answer":"no","disks_found":1,)"
-              R"("disks_left_out":0,"disks_of_others":0,"sessions":1,"disks":[{"address":"2:0:0:2","node":"/dev/sg0",)"
-              R"("vendor":"ZENTRA","product":"ARRAY9000","wwn":"6a1b2c3d4e5f00020000000000000002",)"
-              R"("wwn_now":"eeeeeeeeeeeeeeeeeeeeeeeeeeeeeeee","state":"changed","reason":null,"action":"kept"}],)"
-              R"("unassigned":[],"hosts_not_rescanned":[],"controllers_not_rescanned":[],"hosts_rescanned":0,)"
-              R"("controllers_rescanned":0,"inventory_errors":[]}]})"
-              "\n0",
-              Read("--json --run 1"));
-}
-
 // The log is what a run in the lab has written.
 TEST(ReaderTest, TellsTheStoryOfTheLab)
 {
