@@ -64,10 +64,11 @@ Rescanned: 1 host, 1 controller.
 // The log is what a run in the lab has written.
 TEST(ReaderTest, TellsTheStoryOfTheLab)
 {
-    const std::string story = std::filesystem::path(VD_RUNS).replace_filename("story/").string();
-    for (const std::string option : {"", "--check", "--json"}) {
-        const std::string expected = option.empty() ? "view.txt" : option.substr(2) + ".txt";
-        const std::string command = VD_READER " " + option + " " + story + "log.txt | diff " + story + expected + " -";
+    const std::string tests = std::filesystem::path(VD_RUNS).parent_path().string();
+    const std::string reader = VD_READER " " + tests + "/fuzz/corpus/fuzz_reader/story ";
+    for (const std::string form : {"view", "check", "json"}) {
+        const std::string option = form == "view" ? "" : "--" + form;
+        const std::string command = reader + option + " | diff " + tests + "/story." + form + " -";
         EXPECT_EQ(0, std::system(command.c_str())) << command;
     }
 }
