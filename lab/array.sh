@@ -16,47 +16,60 @@ put() {
     for pair; do echo "${pair#*=}" > "$directory/${pair%%=*}"; done
 }
 
-# volume NAME VENDOR PRODUCT: a logical unit. NAME is two hexadecimal digits, and they end
-# its world-wide name; the kernel puts 6001405 in front of the serial number.
+# volume NAME VENDOR PRODUCT: a new logical unit of 16 MiB, whose bytes the array keeps in /run/NAME.
+# NAME is two hexadecimal digits that end its world-wide name; the kernel puts 6001405 in front of the serial number.
 volume() {
-    local volume=$config/target/core/rd_mcp_0/$1
+    local volume=$config/target/core/fileio_0/$1
     mkdir -p "$volume"
-    put "$volume" control=rd_pages=16 enable=1 wwn/vendor_id="$2" wwn/product_id="$3" \
-        wwn/vpd_unit_serial="${naa#6001405}$1"
+    truncate -s 16M "/run/$1"
+    put "$volume" control="fd_dev_name=/run/$1,fd_dev_size=$((16 << 20))" enable=1 \
+        wwn/vendor_id="$2" wwn/product_id="$3" wwn/vpd_unit_serial="${naa#6001405}$1"
 }
 
-# target NAME: a target port without authentication.
+# fill NAME TEXT: the volume holds that text all over; what it holds then is kept as /run/NAME.before.
+fill() {
+    head -c 16M < <(yes "$2") > "/run/$1"
+    cp "/run/$1" "/run/$1.before"
+}
+
+# target NAME: a new target port, without authentication.
 target() {
     local tpg=$iscsi:$1/tpgt_1
     mkdir -p "$tpg/np/127.0.0.1:3260"
-    put "$tpg" attrib/authentication=0 attrib/generate_node_acls=1 enable=1
+    put "$tpg" attrib/authentication=0 attrib/generate_node_acls=1 attrib/demo_mode_write_protect=0 enable=1
 }
 
-# login TARGET: each session gives its own SCSI host. One that is lost is given up after two
-# seconds instead of two minutes.
-login() {
-    iscsistart -i "${iscsi##*/}:host" -t "${iscsi##*/}:$1" -g 1 -a 127.0.0.1 \
-        -P node.session.timeo.replacement_timeout=2 > /run/iscsistart.log 2>&1
-}
-
-# map TARGET LUN VOLUME
+# map TARGET LUN VOLUME: the target answers at LUN with VOLUME.
 map() {
     mkdir "$iscsi:$1/tpgt_1/lun/lun_$2"
-    ln -s "$config/target/core/rd_mcp_0/$3" "$iscsi:$1/tpgt_1/lun/lun_$2/volume"
+    ln -s "$config/target/core/fileio_0/$3" "$iscsi:$1/tpgt_1/lun/lun_$2/volume"
 }
 
-# unmap TARGET LUN
+# unmap TARGET LUN: nothing answers at LUN any more.
 unmap() {
     rm "$iscsi:$1/tpgt_1/lun/lun_$2/volume"
     rmdir "$iscsi:$1/tpgt_1/lun/lun_$2"
 }
 
-# cut_off TARGET DISK: no way leads to the target any more. Returns when the kernel has
-# given up the session; until then it holds back every command to its disks.
+# cut_off TARGET: no way leads to it any more. Returns when the kernel has given up the session;
+# until then it holds back every command to the disks.
 cut_off() {
     put "$iscsi:$1/tpgt_1" enable=0
     rmdir "$iscsi:$1/tpgt_1/np/127.0.0.1:3260"
-    timeout 600 sh -c "until grep -q transport-offline /sys/class/scsi_device/$2/device/state; do sleep 1; done"
+    wait_for session_is "$1" FREE
+}
+
+# reconnect TARGET: mends that way. Returns when the initiator has its session again;
+# it never stopped trying.
+reconnect() {
+    target "$1"
+    wait_for session_is "$1" LOGGED_IN
+}
+
+session_is() {
+    local name
+    name=$(grep -lx "${iscsi##*/}:$1" /sys/class/iscsi_session/*/targetname)
+    grep -qx "$2" "${name%/*}/state"
 }
 
 # subsystem: an NVMe subsystem, reached through TCP.
@@ -68,14 +81,7 @@ subsystem() {
     ln -s "$config/nvmet/subsystems/$nqn" "$port/subsystems/"
 }
 
-# connect: the controller's notices of new namespaces are switched off, or the kernel would
-# find them unasked.
-connect() {
-    nvme connect -t tcp -a 127.0.0.1 -s 4420 -n "$nqn" --hostnqn "$nqn:host" --hostid "${uuid}ff"
-    nvme set-feature /dev/nvme0 -f 0x0b -v 0 > /dev/null
-}
-
-# namespace NSID NAME: NAME is two hexadecimal digits that end its UUID.
+# namespace NSID NAME: a new namespace of the NVMe subsystem. NAME is two hexadecimal digits that end its UUID.
 namespace() {
     mkdir "$config/nvmet/subsystems/$nqn/namespaces/$1"
     put "$config/nvmet/subsystems/$nqn/namespaces/$1" device_path="/dev/ram$1" device_uuid="$uuid$2" enable=1

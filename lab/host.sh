@@ -1,0 +1,108 @@
+# shellcheck shell=bash disable=SC2154
+# The guest as a host of that array: its initiators, dm-multipath, and what writes on the disks all the while.
+
+log=/opt/Veridane_NVMe/log/vd_rescan_log.txt
+
+# pause SECONDS: starts no process for it, which on an emulated processor is most of the work. Nothing is ever read.
+pause() { read -rt "$1" -u "$never" || true; }
+exec {never}<> <(:)
+
+# wait_for COMMAND...: tries it until it succeeds. The limit, in seconds, is against hanging only.
+wait_for() {
+    local end=$((SECONDS + 300))
+    until "$@"; do
+        [ "$SECONDS" -lt "$end" ] || return 1
+        pause 0.2
+    done
+}
+
+# configure: the tool, the iSCSI initiator, and multipath. A lost session is given up after two seconds instead of two
+# minutes. A map that has lost all its paths refuses commands at once: one that kept them waiting would hold up whoever
+# reads it, udev first.
+configure() {
+    mkdir -p "${log%/*}" /run/lock /etc/iscsi
+    rm -rf /etc/multipath /etc/multipath.conf
+    printf '[vendors]\nvendor_id="ZENTRA", product_id="ARRAY9000"\n' > /etc/vd_plus.conf
+    echo "InitiatorName=${iscsi##*/}:host" > /etc/iscsi/initiatorname.iscsi
+    echo "node.session.timeo.replacement_timeout = 2" > /etc/iscsi/iscsid.conf
+    mkdir /etc/multipath
+    cat > /etc/multipath.conf << 'END'
+defaults {
+    find_multipaths no
+    user_friendly_names no
+    polling_interval 1
+    max_polling_interval 1
+    no_path_retry fail
+}
+blacklist {
+    device {
+        vendor "!ZENTRA"
+    }
+}
+END
+    # Their many processes find out nothing that is needed here.
+    for name in 55-scsi-sg3_id 60-kpartx 68-del-part-nodes; do ln -sf /dev/null /etc/udev/rules.d/$name.rules; done
+    # What writes here opens its map anew for every round; a program that keeps it open causes no event each time.
+    echo 'SUBSYSTEM=="block", OPTIONS+="nowatch"' > /etc/udev/rules.d/99-nowatch.rules
+    /usr/lib/systemd/systemd-udevd --daemon 2> /dev/null
+    iscsid
+    multipathd
+}
+
+# login TARGET: the host gets a session with a new target, and with it one more SCSI host.
+login() {
+    local node=(iscsiadm -m node -T "${iscsi##*/}:$1" -p 127.0.0.1:3260)
+    { "${node[@]}" -o new && "${node[@]}" --login; } > /run/iscsiadm.log 2>&1
+}
+
+# connect: to the NVMe subsystem. The controller's notices of new namespaces are switched off, or the kernel would find
+# them unasked.
+connect() {
+    nvme connect -t tcp -a 127.0.0.1 -s 4420 -n "$nqn" --hostnqn "$nqn:host" --hostid "${uuid}ff"
+    nvme set-feature /dev/nvme0 -f 0x0b -v 0 > /dev/null
+}
+
+# start_writing NAME: on the map of that volume, a round after the other, until stop_writing. What the volume should hold
+# by then stands in /run/written, and what went wrong in /run/write_errors.
+start_writing() {
+    truncate -s 16M /run/written; : > /run/rounds
+    for ((round = 1; ; round++)); do
+        write_round "$round" "/dev/mapper/3$naa$1" || echo "round $round failed"
+        printf . >> /run/rounds
+        [ ! -e /run/stop ] || break
+        pause 1
+    done > /run/write_errors 2>&1 &
+    writer=$!
+}
+
+# write_round ROUND MAP: its number all over a megabyte, as 16 writes past every cache; then that is read back.
+write_round() {
+    local place=$(($1 % 16))
+    dd of=/run/written bs=1M seek=$place count=1 iflag=fullblock conv=notrunc status=none < <(yes "round $1") &&
+        dd if=/run/written of="$2" bs=64K {skip,seek}=$((place * 16)) count=16 oflag=direct conv=notrunc status=none &&
+        dd if="$2" bs=64K skip=$((place * 16)) count=16 iflag=direct status=none |
+        cmp -n $((1 << 20)) -i 0:$((place << 20)) - /run/written
+}
+
+stop_writing() {
+    touch /run/stop
+    wait "$writer"
+}
+
+# mount_files NAME: at /mnt, an ext4 of its own on the map of that volume, with files whose checksums are kept.
+mount_files() {
+    mkfs.ext4 -q "/dev/mapper/3$naa$1"
+    mount "/dev/mapper/3$naa$1" /mnt
+    for file in /mnt/{1..4}; do head -c 1M /dev/urandom > "$file"; done
+    sync
+    sha256sum /mnt/[1-4] > /run/sums
+}
+
+# check_files NAME: they are as they were, also when they are read from that volume again, and the file system is sound.
+check_files() {
+    sha256sum --quiet -c /run/sums
+    umount /mnt
+    fsck.ext4 -fn "/dev/mapper/3$naa$1"
+    mount -o ro "/dev/mapper/3$naa$1" /mnt
+    sha256sum -c /run/sums
+}

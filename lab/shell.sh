@@ -1,0 +1,29 @@
+# shellcheck shell=bash disable=SC2154
+# The prompt of lab/run --shell.
+
+. /lab/array.sh
+. /lab/host.sh
+. /lab/expect.sh
+
+help() {
+    echo "vdRescan_plus finds stale disks now, and logs to $log. These change the array first:"
+    sed -n 's/^# \([a-z_]* [A-Z][A-Z ]*: .*\)/    \1/p' /lab/array.sh /lab/host.sh
+    echo "There are the volumes $(cd "$config/target/core/fileio_0" && echo [0-9a-f][0-9a-f]), and the LUNs"
+    for lun in "$iscsi":*/tpgt_1/lun/lun_*/volume; do
+        target=${lun#"$iscsi:"}
+        lun_name=${lun%/volume}
+        echo "    $(basename "$(readlink -f "$lun")") mapped as ${target%%/*} ${lun_name##*_}"
+    done
+    echo "state: what the kernel and multipath hold; kept and new are compared with the last time."
+    echo "exit ends the guest, and Ctrl-A x at once. Ctrl-A is QEMU's: twice for the start of the line, Ctrl-A h for more."
+}
+
+state() {
+    look
+    seen=$inodes
+    printf 'The kernel holds:\n%s' "$table"
+    show_multipath
+    show_writes
+}
+
+help
