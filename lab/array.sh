@@ -26,12 +26,6 @@ volume() {
         wwn/vendor_id="$2" wwn/product_id="$3" wwn/vpd_unit_serial="${naa#6001405}$1"
 }
 
-# fill NAME TEXT: the volume holds that text all over; what it holds then is kept as /run/NAME.before.
-fill() {
-    head -c 16M < <(yes "$2") > "/run/$1"
-    cp "/run/$1" "/run/$1.before"
-}
-
 # target NAME: a new target port, without authentication.
 target() {
     local tpg=$iscsi:$1/tpgt_1

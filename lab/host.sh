@@ -11,8 +11,7 @@ exec {never}<> <(:)
 wait_for() {
     local end=$((SECONDS + 300))
     until "$@"; do
-        [ "$SECONDS" -lt "$end" ] || return 1
-        pause 0.2
+        [ "$SECONDS" -lt "$end" ] && pause 0.2 || return 1
     done
 }
 
@@ -20,16 +19,14 @@ wait_for() {
 # minutes. A map that has lost all its paths refuses commands at once: one that kept them waiting would hold up whoever
 # reads it, udev first.
 configure() {
-    mkdir -p "${log%/*}" /run/lock /etc/iscsi
-    rm -rf /etc/multipath /etc/multipath.conf
+    rm -rf /etc/multipath
+    mkdir -p "${log%/*}" /run/lock /etc/iscsi /etc/multipath
     printf '[vendors]\nvendor_id="ZENTRA", product_id="ARRAY9000"\n' > /etc/vd_plus.conf
     echo "InitiatorName=${iscsi##*/}:host" > /etc/iscsi/initiatorname.iscsi
     echo "node.session.timeo.replacement_timeout = 2" > /etc/iscsi/iscsid.conf
-    mkdir /etc/multipath
     cat > /etc/multipath.conf << 'END'
 defaults {
     find_multipaths no
-    user_friendly_names no
     polling_interval 1
     max_polling_interval 1
     no_path_retry fail
@@ -65,15 +62,18 @@ connect() {
 # start_writing NAME: on the map of that volume, a round after the other, until stop_writing. What the volume should hold
 # by then stands in /run/written, and what went wrong in /run/write_errors.
 start_writing() {
-    truncate -s 16M /run/written; : > /run/rounds
-    for ((round = 1; ; round++)); do
-        write_round "$round" "/dev/mapper/3$naa$1" || echo "round $round failed"
+    local round=0
+    truncate -s 16M /run/written
+    : > /run/rounds
+    while [ ! -e /run/stop ]; do
+        write_round $((++round)) "/dev/mapper/3$naa$1" || echo "round $round failed"
         printf . >> /run/rounds
-        [ ! -e /run/stop ] || break
         pause 1
     done > /run/write_errors 2>&1 &
     writer=$!
 }
+
+stop_writing() { touch /run/stop; wait "$writer"; }
 
 # write_round ROUND MAP: its number all over a megabyte, as 16 writes past every cache; then that is read back.
 write_round() {
@@ -84,23 +84,16 @@ write_round() {
         cmp -n $((1 << 20)) -i 0:$((place << 20)) - /run/written
 }
 
-stop_writing() {
-    touch /run/stop
-    wait "$writer"
-}
-
 # mount_files NAME: at /mnt, an ext4 of its own on the map of that volume, with files whose checksums are kept.
 mount_files() {
     mkfs.ext4 -q "/dev/mapper/3$naa$1"
     mount "/dev/mapper/3$naa$1" /mnt
     for file in /mnt/{1..4}; do head -c 1M /dev/urandom > "$file"; done
-    sync
     sha256sum /mnt/[1-4] > /run/sums
 }
 
-# check_files NAME: they are as they were, also when they are read from that volume again, and the file system is sound.
+# check_files NAME: the file system is sound, and when they are read from that volume again, they are as they were.
 check_files() {
-    sha256sum --quiet -c /run/sums
     umount /mnt
     fsck.ext4 -fn "/dev/mapper/3$naa$1"
     mount -o ro "/dev/mapper/3$naa$1" /mnt

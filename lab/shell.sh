@@ -8,12 +8,9 @@
 help() {
     echo "vdRescan_plus finds stale disks now, and logs to $log. These change the array first:"
     sed -n 's/^# \([a-z_]* [A-Z][A-Z ]*: .*\)/    \1/p' /lab/array.sh /lab/host.sh
-    echo "There are the volumes $(cd "$config/target/core/fileio_0" && echo [0-9a-f][0-9a-f]), and the LUNs"
-    for lun in "$iscsi":*/tpgt_1/lun/lun_*/volume; do
-        target=${lun#"$iscsi:"}
-        lun_name=${lun%/volume}
-        echo "    $(basename "$(readlink -f "$lun")") mapped as ${target%%/*} ${lun_name##*_}"
-    done
+    echo "There are the volumes $(cd "$config/target/core/fileio_0" && echo [0-9a-f][0-9a-f]), and these LUNs:"
+    find "$config/target/iscsi" -path '*/lun_*/volume' -printf '%p %l\n' |
+        sed -E 's,.*:([a-z]*)/tpgt_1/lun/lun_([0-9]*)/volume .*/,    \1 \2: volume ,'
     echo "state: what the kernel and multipath hold; kept and new are compared with the last time."
     echo "exit ends the guest, and Ctrl-A x at once. Ctrl-A is QEMU's: twice for the start of the line, Ctrl-A h for more."
 }
@@ -22,7 +19,7 @@ state() {
     look
     seen=$inodes
     printf 'The kernel holds:\n%s' "$table"
-    show_multipath
+    show_maps
     show_writes
 }
 
