@@ -3,7 +3,7 @@
 
 log=/opt/Veridane_NVMe/log/vd_rescan_log.txt
 
-# pause SECONDS: starts no process for it, which on an emulated processor is most of the work. Nothing is ever read.
+# pause SECONDS: starts no process for it, which an emulated processor is slow at. Nothing is ever read.
 pause() { read -rt "$1" -u "$never" || true; }
 exec {never}<> <(:)
 
@@ -17,7 +17,8 @@ wait_for() {
 
 # configure: the tool, the iSCSI initiator, and multipath. A lost session is given up after two seconds instead of two
 # minutes. A map that has lost all its paths refuses commands at once: one that kept them waiting would hold up whoever
-# reads it, udev first.
+# reads it, udev first. And it uses one path, the oldest that works: with detect_prio, newer releases find that all are
+# equal and write through all in turn, also through one that leads to a foreign volume.
 configure() {
     rm -rf /etc/multipath
     mkdir -p "${log%/*}" /run/lock /etc/iscsi /etc/multipath
@@ -30,6 +31,7 @@ defaults {
     polling_interval 1
     max_polling_interval 1
     no_path_retry fail
+    detect_prio no
 }
 blacklist {
     device {
