@@ -23,4 +23,5 @@ state() {
     show_writes
 }
 
+stty rows "$lab_rows" columns "$lab_columns"
 help
