@@ -54,6 +54,7 @@ TEST(SafeString, EveryFailureIsAResultAndNothingStaleSurvivesIt)
         {CALL(strcat_s(d, 9, d + 1)), "ab.", 182, ".b"},
         {CALL(strcat_s(d, 9, d + 2)), "ab.", 182, ".b"},
         {CALL(strcat_s(d + 1, 9, d)), "abc.", 182, "a.c"},
+        {CALL(strcat_s(d + 2, 9, d)), "ab.", 182, "ab."},
         {CALL(strncpy_s(d, 3, "abcdef", 9)), "", 162, ".#"},
         {CALL(strncpy_s(d, 2, "ab", 0)), "", 0, ".#"},
         {CALL(strncpy_s(d, 2, "a", kTooLarge)), "", 162, ".#"},

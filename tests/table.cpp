@@ -23,7 +23,7 @@ void RemoveFile(const std::string &path, const std::string & /*rest*/) { machine
 
 const std::map<std::string, FileStep> kFileSteps = {
     {"file", machine::Put}, {"link", machine::Link}, {"device", machine::AddDevice}, {"remove", RemoveFile}};
-const std::set<std::string> kOutcomes = {"prints", "rescans", "error", "info", "sends"};
+const std::set<std::string> kOutcomes = {"prints", "error", "info", "sends"};
 const std::map<std::string, int> kErrors = {{"EIO", EIO}, {"ENODEV", ENODEV}, {"ENOMEM", ENOMEM}};
 const std::map<std::string, machine::Query> kQueries = {{"report-luns", machine::kReportLuns},
                                                         {"inquiry", machine::kInquiry}};
