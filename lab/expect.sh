@@ -58,10 +58,10 @@ look() {
     state=$(sort <<< "${state%$'\n'}")
 }
 
-# expect [-ADDRESS | +ADDRESS=NAME | !ADDRESS]...: compared with the expectation before, these devices are gone or new, and
-# the kernel still holds the very same other ones. Each disk of ZENTRA is a path of the map of its volume, and no map has
-# others. It uses all of them now but those with an exclamation mark. And what is written comes through. All that gets time to settle:
-# probing goes on after a scan, and multipath has yet to hear of it.
+# expect [-ADDRESS | +ADDRESS=NAME | !ADDRESS]...: compared with the expectation before, these devices are gone or new,
+# and the kernel still holds the very same other ones. Each disk of ZENTRA is a path of the map of its volume, and no map
+# has others. It uses all of them now but those with an exclamation mark. And what is written comes through. All that gets
+# time to settle: probing goes on after a scan, and multipath has yet to hear of it.
 expect() {
     local change failed=
     want=${want// new/ kept}
@@ -81,6 +81,8 @@ expect() {
     wait_for same_paths || true
     show_maps
     compare "$want_paths" "$paths" || fail "the maps do not have the paths that they should"
+    # An event that udev has yet to handle would make multipath look at its path anew, after the array's next change.
+    udevadm settle --timeout=300
     [ ! -e /run/rounds ] || expect_writes
     seen=$inodes
 }

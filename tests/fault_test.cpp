@@ -31,13 +31,15 @@ const std::map<std::string, std::vector<int>> kErrors = {{"open", {EIO, ENOENT, 
                                                          {"readlink", {EIO, ENOENT}},
                                                          {"access", {EIO, ENOENT}},
                                                          {"system", {EAGAIN, kShort}}};
-const std::vector<int> kOnlyNoMemory = {ENOMEM};
 
 const std::set<std::string> kStale = {"2:0:0:2", "2:0:0:3", "2:0:1:1", "2:0:1:2"};
 const std::vector<std::string> kRescans = {"host2/scan", "host3/scan", "/dev/nvme1", "/dev/nvme2"};
 
 // All ERROR records that these faults lead to, as shell patterns, and operations whose records other tests hold.
 const std::set<std::string> kErrorRecords = {
+    "SCAN_CheckOnlyOneRun: can't open file{/run/vdRescan_plus.pid} with err{*}.",
+    "SCAN_CheckOnlyOneRun: can't lock file{/run/vdRescan_plus.pid} with err{*}.",
+    "SCAN_CheckOnlyOneRun: write fail in file{/run/vdRescan_plus.pid} with err{*}.",
     "SCAN_CreateNvmeCtrl: malloc nvme ctrl fail.",
     "SCAN_CreateScsiDisk: malloc scsi disk fail by path{*}.",
     "SCAN_CreateScsiHost: malloc scsi host by num{*} fail.",
@@ -65,8 +67,8 @@ const std::set<std::string> kErrorRecords = {
     "UTIL_UdevForEach: get device failed devPath:*.",
     "UTIL_UdevForEach: get device path failed."};
 const std::set<std::string> kHeldElsewhere = {
-    "SCAN_CheckOnlyOneRun", "SCAN_DeleteChangeDisk", "SCAN_Init",       "SCAN_IssueReportLun",  "SCAN_IusseInquiry0x83",
-    "SCAN_ScanNvmeCtrl",    "SCAN_ScanScsiHost",     "INTF_UTIL_Write", "UDEV_DeviceIsSupport", "UDEV_InitConfig"};
+    "SCAN_DeleteChangeDisk", "SCAN_Init",       "SCAN_IssueReportLun",  "SCAN_IusseInquiry0x83", "SCAN_ScanNvmeCtrl",
+    "SCAN_ScanScsiHost",     "INTF_UTIL_Write", "UDEV_DeviceIsSupport", "UDEV_InitConfig"};
 
 // A machine with disks of every kind: healthy, changed, removed, not connected, not supported; and a session in which
 // only the second disk answers.
@@ -199,7 +201,7 @@ TEST_F(FaultTest, ACallThatFailsDeletesNoHealthyDisk)
         hasMalloc = hasMalloc || call.find(" malloc ") != std::string::npos;
         const testing::ScopedTrace trace(__FILE__, __LINE__, "call " + std::to_string(number) + " {" + call + "}");
         const auto errors = kErrors.find(call.substr(2, call.find(' ', 2) - 2));
-        for (const int error : errors == kErrors.end() ? kOnlyNoMemory : errors->second) {
+        for (const int error : errors == kErrors.end() ? std::vector{ENOMEM} : errors->second) {
             ++faults;
             EXPECT_EQ(0, command.Run({number, error})) << "errno " << error;
             EXPECT_EQ("", Content("/run/err"));

@@ -67,16 +67,6 @@ TEST_F(MachineTest, ARecordIsOneWriteWhateverItsLength)
     }
 }
 
-TEST_F(MachineTest, WithoutItsDirectoryTheTraceIsLostAndNothingElse)
-{
-    AddDisk({.hctl = "2:0:0:1", .isReported = false});
-    const Result traced = RunCommand();
-    Remove("/opt/Veridane_NVMe");
-    const Result result = RunCommand();
-    EXPECT_EQ(traced.out + traced.writes, result.out + result.writes);
-    EXPECT_EQ("", Content(kLog));
-}
-
 TEST_F(MachineTest, SyslogTakesTheMessagesOfUtilitiesInPlaceOfTheTrace)
 {
     const int daemon = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <string>
 #include <vector>
 
@@ -13,7 +12,6 @@ inline const std::string kLog = "/opt/Veridane_NVMe/log/vd_rescan_log.txt";
 inline const std::string kConfig = "/etc/vd_plus.conf";
 inline const std::string kCommand = "/run/bin/vdRescan_plus";
 inline const std::string kNvmeCalls = "/run/nvme.calls";  // one line for each call of the stand-in `nvme`
-inline const std::string kNvmeFail = "/run/nvme.fail.";   // with a controller's name: its rescan fails
 inline const std::string kWrites = "/run/writes";         // what was written into attributes: sg_double.cpp
 inline const std::string kFabrics = "/sys/devices/virtual/nvme-fabrics/ctl/";
 

@@ -141,8 +141,6 @@ Rescanned: 0 hosts, 0 controllers.
          "VDRESCAN OK - run 1 of T: no disk was looked at: --nocheck, or there is no SCSI disk" + none + "0"},
         {start + "2 INFO SCAN_InitScsiDisk scsi disk{2:0:0:1} isn't support with vendor{V} product{P}.\n" + end,
          "--check", check + "no supported disk found" + none + "1"},
-        {start + "2 ERROR SCAN_Init init vd config fail!\n" + end, "--all",
-         "   1  T  complete               list not loaded\n0"},
         {start, "--check", "VDRESCAN CRITICAL - run 1 of T: did not end" + none + "2"},
         {start, "--run 2", "vdRescan_log: /opt/Veridane_NVMe/log/vd_rescan_log.txt does not hold this run\n1"},
         {"", "--check /nowhere", "VDRESCAN UNKNOWN - /nowhere: No such file or directory\n3"},

@@ -51,7 +51,6 @@ TEST(SafeString, EveryFailureIsAResultAndNothingStaleSurvivesIt)
         {CALL(strcat_s(d, 120, "a")), "", 150, ".#"},
         {CALL(strcat_s(d, 4, d + 4)), "", 150, ".#"},
         {CALL(strcat_s(d, 9, d)), "ab.", 162, ".b"},
-        {CALL(strcat_s(d, 9, d + 1)), "ab.", 182, ".b"},
         {CALL(strcat_s(d, 9, d + 2)), "ab.", 182, ".b"},
         {CALL(strcat_s(d + 1, 9, d)), "abc.", 182, "a.c"},
         {CALL(strcat_s(d + 2, 9, d)), "ab.", 182, "ab."},
