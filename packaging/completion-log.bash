@@ -7,7 +7,7 @@ _vdRescan_log()
     case ${COMP_WORDS[COMP_CWORD - 1]} in
     --run | --max-age) COMPREPLY=() ;;
     *) case $word in
-        -*) mapfile -t COMPREPLY < <(compgen -W '--all --check --help --json --max-age --run --version' -- "$word") ;;
+        -*) mapfile -t COMPREPLY < <(compgen -W '--all --check --help --json --max-age --must-look --run --version' -- "$word") ;;
         *) mapfile -t COMPREPLY < <(compgen -f -- "$word") ;;
         esac ;;
     esac

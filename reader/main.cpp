@@ -25,19 +25,21 @@ constexpr long long kSecondsPerHour = 3600;
 
 constexpr const char *kUsage =
     "usage: vdRescan_log [--all | --run N] [--json] [FILE | -]\n"
-    "       vdRescan_log --check [--run N] [--max-age HOURS] [FILE | -]\n"
+    "       vdRescan_log --check [--run N] [--max-age HOURS] [--must-look] [FILE | -]\n"
     "       vdRescan_log --help | --version\n"
     "Tells from the trace log of vdRescan_plus what its last run did.\n"
     "    --all            tell of all runs, one line each, newest last\n"
     "    --run N          tell of the run with that number\n"
     "    --json           write the same as data\n"
     "    --check          write one line and end with a status for a monitoring system\n"
-    "    --max-age HOURS  with --check: the last run must not be older\n";
+    "    --max-age HOURS  with --check: the last run must not be older\n"
+    "    --must-look      with --check: it must have looked at disks, so it was not run with --nocheck\n";
 
 struct Settings {
     int all = 0;  // 1: the option is given; as for these
     int json = 0;
     int check = 0;
+    int mustLook = 0;
     int help = 0;
     int version = 0;
     std::optional<std::uint64_t> number;
@@ -56,10 +58,15 @@ bool ReadNumber(std::string_view text, std::optional<std::uint64_t> &number)
 bool ReadArguments(int argc, char *argv[], Settings &settings)
 {
     const option options[] = {
-        {"all", no_argument, &settings.all, 1},         {"run", required_argument, nullptr, 'r'},
-        {"json", no_argument, &settings.json, 1},       {"check", no_argument, &settings.check, 1},
-        {"max-age", required_argument, nullptr, 'm'},   {"help", no_argument, &settings.help, 1},
-        {"version", no_argument, &settings.version, 1}, {},
+        {"all", no_argument, &settings.all, 1},
+        {"run", required_argument, nullptr, 'r'},
+        {"json", no_argument, &settings.json, 1},
+        {"check", no_argument, &settings.check, 1},
+        {"max-age", required_argument, nullptr, 'm'},
+        {"must-look", no_argument, &settings.mustLook, 1},
+        {"help", no_argument, &settings.help, 1},
+        {"version", no_argument, &settings.version, 1},
+        {},
     };
     bool isGood = true;
     for (int found = 0; (found = getopt_long(argc, argv, "", options, nullptr)) != -1;) {
@@ -71,7 +78,7 @@ bool ReadArguments(int argc, char *argv[], Settings &settings)
     const bool isCheck = settings.check == 1;
     const bool isView = settings.all == 1 || settings.json == 1;
     return isGood && argc - optind <= 1 && !(settings.all == 1 && settings.number) && !(isCheck && isView) &&
-           (isCheck || !settings.maxAge);
+           (isCheck || (!settings.maxAge && settings.mustLook == 0));
 }
 
 // Says why there is nothing to tell, as those expect it who asked.
@@ -119,7 +126,7 @@ int Check(const Settings &settings, const std::vector<RunText> &picked)
     if (settings.maxAge) {
         oldest = std::time(nullptr) - static_cast<long long>(*settings.maxAge) * kSecondsPerHour;
     }
-    return READER_Check(stdout, runs, oldest);
+    return READER_Check(stdout, runs, oldest, settings.mustLook == 1);
 }
 
 int TellFrom(std::FILE *file, const Settings &settings)

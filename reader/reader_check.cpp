@@ -69,7 +69,7 @@ void JudgeDisks(Verdict &verdict, const Run &run)
     }
 }
 
-void Judge(Verdict &verdict, const Run &run)
+void Judge(Verdict &verdict, const Run &run, bool mustLook)
 {
     if (run.outcome == Outcome::Refused) {
         Worsen(verdict, kCheckWarning, "refused: " + run.refusal);
@@ -86,7 +86,8 @@ void Judge(Verdict &verdict, const Run &run)
     }
     if (run.outcome == Outcome::Complete && !run.checked) {
         // A run on a host without any SCSI disk leaves the same records, so the line names both.
-        Worsen(verdict, kCheckOk, "no disk was looked at: --nocheck, or there is no SCSI disk");
+        Worsen(verdict, mustLook ? kCheckWarning : kCheckOk,
+               "no disk was looked at: --nocheck, or there is no SCSI disk");
     }
     WorsenBy(verdict, kCheckWarning, "not rescanned:", run.hostsNotRescanned);
     WorsenBy(verdict, kCheckWarning, "not rescanned:", run.controllersNotRescanned);
@@ -104,12 +105,12 @@ void Write(std::FILE *out, const Verdict &verdict, const std::string &performanc
 
 }  // namespace
 
-CheckState READER_Check(std::FILE *out, const std::vector<Run> &runs, std::optional<long long> oldest)
+CheckState READER_Check(std::FILE *out, const std::vector<Run> &runs, std::optional<long long> oldest, bool mustLook)
 {
     Verdict all;
     for (const Run &run : runs) {
         Verdict verdict;
-        Judge(verdict, run);
+        Judge(verdict, run, mustLook);
         if (verdict.text.empty()) {
             verdict.text = READER_Count(run.disks.size(), "disk") + " checked";
         }

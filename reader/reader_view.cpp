@@ -135,6 +135,9 @@ std::string NotesOf(const Run &run)
     if (notRescanned > 0) {
         add(std::to_string(notRescanned) + " not rescanned");
     }
+    if (!run.inventoryErrors.empty()) {
+        add(std::to_string(run.inventoryErrors.size()) + " not listed");
+    }
     return notes;
 }
 

@@ -22,7 +22,7 @@ std::string Read(const std::string &args)
 std::string Log(const std::string &records)
 {
     const std::regex record(R"((\d+) ([A-Z]+) (\w+) (.*))");
-    const std::string header = "[$1][2026-11-22 21:32:21][0000534217000001][$2][SCAN  ][$3: 1]$4";
+    const std::string header = "[$1][2001-11-22 21:32:21][0000534217000001][$2][SCAN  ][$3: 1]$4";
     return std::regex_replace(std::regex_replace(records, record, header), std::regex(R"(\\\n)"), "");
 }
 
@@ -139,6 +139,8 @@ Rescanned: 0 hosts, 0 controllers.
          check + "the supported-device list was not loaded; that is too long ago" + none + "1"},
         {start + "2 INFO main vdRescan_plus end.\n", "--check",
          "VDRESCAN OK - run 1 of T: no disk was looked at: --nocheck, or there is no SCSI disk" + none + "0"},
+        {start + "2 INFO main vdRescan_plus end.\n", "--check --must-look",
+         check + "no disk was looked at: --nocheck, or there is no SCSI disk" + none + "1"},
         {start + "2 INFO SCAN_InitScsiDisk scsi disk{2:0:0:1} isn't support with vendor{V} product{P}.\n" + end,
          "--check", check + "no supported disk found" + none + "1"},
         {start, "--check", "VDRESCAN CRITICAL - run 1 of T: did not end" + none + "2"},
@@ -146,7 +148,7 @@ Rescanned: 0 hosts, 0 controllers.
         {"", "--check /nowhere", "VDRESCAN UNKNOWN - /nowhere: No such file or directory\n3"},
     };
     for (const auto &c : cases) {
-        Put(kLog, "[2][\xff" + std::string(3, '\0') + "][00005342" + Log(c.records) + "[4][2026-11-22 21:");
+        Put(kLog, "[2][\xff" + std::string(3, '\0') + "][00005342" + Log(c.records) + "[4][2001-11-22 21:");
         EXPECT_EQ(c.expected, Read(c.args)) << c.records;
     }
 }

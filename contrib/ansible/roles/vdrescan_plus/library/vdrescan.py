@@ -101,8 +101,10 @@ def fault(ended, run, options):
         return "the trace log does not tell of this run alone; is it missing, or was there another run?"
     if run["outcome"] == "refused":
         return "the run was refused: %s" % run["refusal"]
-    if run["outcome"] != "complete" or not run["whole"]:
-        return "the run did not end, or records of it are missing"
+    if run["outcome"] != "complete":
+        return "the run did not end"
+    if not run["whole"]:
+        return "records of the run are missing"
     if not run["list_loaded"]:
         return "the supported-device list did not load"
     if run["inventory_errors"]:
