@@ -73,8 +73,8 @@ expect() {
         esac
     done
     want=$(sort <<< "$want" | grep .)
-    # The other vendor's volumes begin with e.
-    want_paths=$(sed -nE "s/^([0-9:]+)=([^e].) .*/\2=\1/; T; $failed p" <<< "$want" | sort)
+    # The maps, and behind each one its paths. The other vendor's volumes begin with e.
+    want_paths=$(sed -nE "s/^([0-9:]+)=([^e].) .*/\2=\1/; T; $failed p; s/=.*//p" <<< "$want" | sort -u)
     wait_for same_devices || true
     printf 'The kernel holds:\n%s' "$table"
     compare "$want" "$state" || fail "the kernel does not hold what it should"
@@ -89,16 +89,18 @@ expect() {
 
 compare() { diff -U9 --label expected --label found <(echo "$1") <(echo "$2"); }
 same_devices() { look; [ "$state" = "$want" ]; }
-same_paths() { paths=$(list_paths | sort); [ "$paths" = "$want_paths" ]; }
+same_paths() { paths=$(list_paths | sort -u); [ "$paths" = "$want_paths" ]; }
 show_maps() { echo "# multipathd show topology"; multipathd show topology | indent; }
 
-# list_paths: each one as NAME=ADDRESS, with the word failed if it is not in use, from the kernel's tables.
+# list_paths: each map as NAME, each path as NAME=ADDRESS, with the word failed if it is not in use, from the kernel's
+# tables. A path whose disk is gone has its numbers for an address.
 list_paths() {
-    local word state map
+    local word state map disk
     dmsetup status --target multipath | grep -oE '^[^:]+|[0-9]+:[0-9]+ [AF]' | while read -r word state; do
-        [ -n "$state" ] || { map=${word#3"$naa"}; continue; }
-        cd -P "/sys/dev/block/$word/device" || continue
-        [ "$state" = A ] && echo "$map=${PWD##*/}" || echo "$map=${PWD##*/} failed"
+        [ -n "$state" ] || { map=${word#3"$naa"}; echo "$map"; continue; }
+        disk=$word
+        ! cd -P "/sys/dev/block/$word/device" 2> /dev/null || disk=${PWD##*/}
+        [ "$state" = A ] && echo "$map=$disk" || echo "$map=$disk failed"
     done
 }
 

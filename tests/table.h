@@ -15,7 +15,7 @@ struct Case {
     std::string name;                            // the title with an underscore for all that is no letter or digit
     std::string text;                            // all its lines, to be shown
     std::vector<std::function<void()>> machine;  // makes its machine, step by step
-    std::vector<std::string> expected;           // its lines about the outcome, such as "error MODULE OPERATION: MESSAGE"
+    std::vector<std::string> expected;           // its lines about the outcome, such as "prints TEXT"
 };
 
 // For GoogleTest, which names the case that failed.
