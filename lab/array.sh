@@ -35,22 +35,20 @@ target() {
 
 # map TARGET LUN VOLUME: the target answers at LUN with VOLUME.
 map() {
-    mkdir "$iscsi:$1/tpgt_1/lun/lun_$2"
-    ln -s "$config/target/core/fileio_0/$3" "$iscsi:$1/tpgt_1/lun/lun_$2/volume"
+    [ -e "$config/target/core/fileio_0/$3" ] && mkdir "$iscsi:$1/tpgt_1/lun/lun_$2" &&
+        ln -s "$config/target/core/fileio_0/$3" "$iscsi:$1/tpgt_1/lun/lun_$2/volume"
 }
 
 # unmap TARGET LUN: nothing answers at LUN any more.
 unmap() {
-    rm "$iscsi:$1/tpgt_1/lun/lun_$2/volume"
-    rmdir "$iscsi:$1/tpgt_1/lun/lun_$2"
+    rm "$iscsi:$1/tpgt_1/lun/lun_$2/volume" &&
+        rmdir "$iscsi:$1/tpgt_1/lun/lun_$2"
 }
 
 # cut_off TARGET: no way leads to it any more. Returns when the kernel has given up the session;
 # until then it holds back every command to the disks.
 cut_off() {
-    put "$iscsi:$1/tpgt_1" enable=0
-    rmdir "$iscsi:$1/tpgt_1/np/127.0.0.1:3260"
-    wait_for session_is "$1" FREE
+    put "$iscsi:$1/tpgt_1" enable=0 && rmdir "$iscsi:$1/tpgt_1/np/127.0.0.1:3260" && wait_for session_is "$1" FREE
 }
 
 # reconnect TARGET: mends that way. Returns when the initiator has its session again;

@@ -2,7 +2,7 @@
 # Runs the tool, and compares what the kernel then holds (read from sysfs and the device mapper, never from the tool's
 # own words) with what it should hold.
 
-seen='' want=''
+seen='' want='' shown=''
 
 step() { printf '\n=== %s\n' "$*"; }
 fail() { echo "FAILED: $*"; exit 1; }
@@ -76,10 +76,9 @@ expect() {
     # The maps, and behind each one its paths. The other vendor's volumes begin with e.
     want_paths=$(sed -nE "s/^([0-9:]+)=([^e].) .*/\2=\1/; T; $failed p; s/=.*//p" <<< "$want" | sort -u)
     wait_for same_devices || true
-    printf 'The kernel holds:\n%s' "$table"
-    compare "$want" "$state" || fail "the kernel does not hold what it should"
     wait_for same_paths || true
-    show_maps
+    show_change
+    compare "$want" "$state" || fail "the kernel does not hold what it should"
     compare "$want_paths" "$paths" || fail "the maps do not have the paths that they should"
     # An event that udev has yet to handle would make multipath look at its path anew, after the array's next change.
     udevadm settle --timeout=300
@@ -87,10 +86,22 @@ expect() {
     seen=$inodes
 }
 
+# show_change: what the kernel and multipath hold, if it is not what was shown last.
+show_change() {
+    local now="${state// new/ kept}$paths"
+    if [ "$now" = "$shown" ]; then
+        echo "The kernel and multipath hold what they held before."
+    else
+        printf 'The kernel holds:\n%s' "$table"
+        show_maps
+    fi
+    shown=$now
+}
+
 compare() { diff -U9 --label expected --label found <(echo "$1") <(echo "$2"); }
 same_devices() { look; [ "$state" = "$want" ]; }
 same_paths() { paths=$(list_paths | sort -u); [ "$paths" = "$want_paths" ]; }
-show_maps() { echo "# multipathd show topology"; multipathd show topology | indent; }
+show_maps() { echo "# multipathd show topology"; multipathd show topology | sed '/^size=/d; s/^[a-z]*: //' | indent; }
 
 # list_paths: each map as NAME, each path as NAME=ADDRESS, with the word failed if it is not in use, from the kernel's
 # tables. A path whose disk is gone has its numbers for an address.
@@ -121,5 +132,5 @@ expect_writes() {
 written() { [ "$(stat -c %s /run/rounds)" -ge "$want_rounds" ]; }
 
 show_writes() {
-    echo "Blocks written and read back: $((16 * $(stat -c %s /run/rounds))), errors: $(wc -l < /run/write_errors)"
+    echo "Blocks of 64 KiB written and read back: $((16 * $(stat -c %s /run/rounds))), errors: $(wc -l < /run/write_errors)"
 }

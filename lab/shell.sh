@@ -12,7 +12,8 @@ help() {
     echo "There are the volumes $(cd "$config/target/core/fileio_0" && echo [0-9a-f][0-9a-f]), and these LUNs:"
     find "$config/target/iscsi" -path '*/lun_*/volume' -printf '%p %l\n' |
         sed -E 's,.*:([a-z]*)/tpgt_1/lun/lun_([0-9]*)/volume .*/,    \1 \2: volume ,'
-    echo "and the namespaces $(cd "$config/nvmet/subsystems/$nqn/namespaces" && echo *)."
+    echo "Target a is host 0, single host 1, other host 2, b host 3. There are"
+    echo "the namespaces $(cd "$config/nvmet/subsystems/$nqn/namespaces" && echo *)."
     echo "state: what the kernel and multipath hold; kept and new are compared with the last time."
     echo "exit ends the guest, and Ctrl-A x at once. Ctrl-A is QEMU's: twice for the start of the line, Ctrl-A h for"
     echo "more."

@@ -9,7 +9,7 @@
 
 int main(int argc, char *argv[])
 {
-    if (argc != 2) {
+    if (argc != 2 || argv[1][0] == '-') {
         (void)std::fprintf(stderr, "usage: vd_machine DIRECTORY < DESCRIPTION\n");
         return 1;
     }
