@@ -33,7 +33,7 @@ constexpr const char *kUsage =
     "    --json           write the same as data\n"
     "    --check          write one line and end with a status for a monitoring system\n"
     "    --max-age HOURS  with --check: the last run must not be older\n"
-    "    --must-look      with --check: it must have looked at disks, so it was not run with --nocheck\n";
+    "    --must-look      with --check: the last run must have looked at disks\n";
 
 struct Settings {
     int all = 0;  // 1: the option is given; as for these
