@@ -182,7 +182,6 @@ TEST_F(MachineTest, OnlyAYesDeletesInMutualMode)
         {"N\n", "N\n", 0, false},
         {" yes\nyes \nyess\nn\n", " yes\n", 3, false},
         {"", "", 0, false},
-        {"yess", "yess", 1, false},
         {x256, x256, 1, false},
     };
     for (const auto &c : cases) {

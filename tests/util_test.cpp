@@ -17,12 +17,6 @@ TEST(UtilString, KeepsToItsFieldAndItsCharacters)
     EXPECT_STREQ("12naa.3", INTF_UTIL_StrSep(&cursor, ""));
     EXPECT_EQ(nullptr, cursor);
 
-    char blanks[] = "a b\t ";
-    INTF_UTIL_TrimTailSpace(blanks, 4);  // the blank at its end is not in the field
-    EXPECT_STREQ("a b\t ", blanks);
-    INTF_UTIL_TrimTailSpace(blanks, 5);
-    EXPECT_STREQ("a b\t", blanks);
-
     for (int c = 1; c < 256; ++c) {
         const char digits[] = {'0', static_cast<char>(c), '\0'};
         EXPECT_EQ(std::isxdigit(c) != 0, INTF_UTIL_IsHexStr(digits) == 1) << c;
