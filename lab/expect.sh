@@ -88,14 +88,13 @@ expect() {
 
 # show_change: what the kernel and multipath hold, if it is not what was shown last.
 show_change() {
-    local now="${state// new/ kept}$paths"
-    if [ "$now" = "$shown" ]; then
+    if [ "$state$paths" = "$shown" ]; then
         echo "The kernel and multipath hold what they held before."
     else
         printf 'The kernel holds:\n%s' "$table"
         show_maps
     fi
-    shown=$now
+    shown=${state// new/ kept}$paths
 }
 
 compare() { diff -U9 --label expected --label found <(echo "$1") <(echo "$2"); }
