@@ -9,13 +9,14 @@ using namespace machine;
 
 namespace {
 
-// What the program says of the machine's log, with T for times, and its exit status.
+// What the program prints for the machine's log, with T for times and N for durations, and its exit status.
 std::string Read(const std::string &args)
 {
     const int status = std::system((VD_READER " " + args + " > /run/out 2>&1").c_str());
     const std::string out =
         std::regex_replace(Content("/run/out"), std::regex(R"(\d{4}(-\d\d){2} \d\d(:\d\d){2})"), "T");
-    return std::regex_replace(out, std::regex(R"((T, |seconds":)\d+)"), "$1N") + std::to_string(WEXITSTATUS(status));
+    return std::regex_replace(out, std::regex("T, [0-9]+ seconds?:"), "T, N seconds:") +
+           std::to_string(WEXITSTATUS(status));
 }
 
 // A log with these records: number, level, function and message. A line that ends with `\` goes on in the next.
