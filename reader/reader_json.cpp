@@ -68,7 +68,17 @@ OwnedJson JsonOf(const Disk &disk)
     Set(json, "wwn_now", Text(disk.wwnNow));
     Set(json, "state", Text(kStateNames[static_cast<std::size_t>(disk.state)]));
     Set(json, "reason", Text(disk.reason));
+    Set(json, "note", Text(READER_DoubtAbout(disk)));
     Set(json, "action", Text(kActionNames[static_cast<std::size_t>(disk.action)]));
+    return json;
+}
+
+OwnedJson JsonOf(const OtherProduct &other)
+{
+    OwnedJson json(json_object());
+    Set(json, "vendor", Text(other.vendor));
+    Set(json, "product", Text(other.product));
+    Set(json, "disks", Count(other.disks));
     return json;
 }
 
@@ -87,6 +97,7 @@ OwnedJson JsonOf(const Run &run)
     Set(json, "end", Text(run.end));
     Set(json, "seconds", Number(READER_Duration(run)));
     Set(json, "outcome", Text(kOutcomeNames[static_cast<std::size_t>(run.outcome)]));
+    Set(json, "at_work", Truth(run.isAtWork));
     Set(json, "refusal", Text(run.refusal));
     Set(json, "list_loaded", Truth(run.listLoaded));
     Set(json, "checked", Truth(run.checked));
@@ -95,7 +106,9 @@ OwnedJson JsonOf(const Run &run)
     Set(json, "disks_found", Count(run.disks.size()));
     Set(json, "disks_left_out", Count(run.leftOut.size()));
     Set(json, "disks_of_others", Count(run.disksOfOthers));
+    Set(json, "others", List(run.others, [](const OtherProduct &other) { return JsonOf(other); }));
     Set(json, "sessions", Count(run.sessions));
+    Set(json, "sessions_removed", List(run.sessionsRemoved, Text));
     Set(json, "disks", List(READER_Remarkable(run), [](const Disk &disk) { return JsonOf(disk); }));
     Set(json, "unassigned", List(run.unassigned, queryToJson));
     Set(json, "hosts_not_rescanned", List(run.hostsNotRescanned, Text));

@@ -1,6 +1,7 @@
 #include "reader_run.h"
 
 #include <algorithm>
+#include <cctype>
 #include <ctime>
 #include <iterator>
 #include <unordered_map>
@@ -15,17 +16,12 @@ namespace {
 struct Telling {
     Run run;
     Queries queries;
-    std::unordered_map<std::string_view, std::size_t> diskOf;  // indices in Run::disks, by address
-    std::string_view withoutProduct;                           // address of a disk whose product could not be read
-    std::string_view start;                                    // times of the first and the last record
+    std::unordered_map<std::string_view, std::size_t> diskOf;   // indices in Run::disks, by address
+    std::unordered_map<std::string_view, std::size_t> otherOf;  // indices in Run::others, by vendor and product
+    std::string_view withoutProduct;                            // address of a disk whose product could not be read
+    std::string_view start;                                     // times of the first and the last record
     std::string_view end;
 };
-
-bool IsAddress(std::string_view text)
-{
-    return text.find_first_not_of("0123456789:") == std::string_view::npos &&
-           std::count(text.begin(), text.end(), ':') == 3;
-}
 
 // The filed disk with that address. One that is not filed, because records are missing, is added.
 Disk &DiskAt(Telling &telling, std::string_view address)
@@ -74,7 +70,7 @@ void TellFiledDisk(Telling &telling, std::string_view message)
     const std::size_t node = fields.rfind(kComma);
     const std::size_t wwn = fields.rfind(kComma, node - 1);
     const std::string_view address = fields.substr(0, vendor);
-    if (product == std::string_view::npos || product >= wwn || wwn >= node || !IsAddress(address)) {
+    if (product == std::string_view::npos || product >= wwn || wwn >= node || !READER_IsAddress(address)) {
         return;
     }
     const std::size_t index = telling.run.disks.size();
@@ -98,7 +94,7 @@ std::string_view AddressIn(std::string_view message)
     const std::string_view path = READER_Between(message, "path{", "}");
     const std::string_view directory = path.empty() ? READER_Between(message, "full name{", "/generic}") : path;
     const std::string_view name = directory.substr(directory.rfind('/') + 1);
-    return IsAddress(name) ? name : std::string_view();
+    return READER_IsAddress(name) ? name : std::string_view();
 }
 
 void LeaveOut(Run &run, std::string_view address, std::string_view message)
@@ -108,6 +104,24 @@ void LeaveOut(Run &run, std::string_view address, std::string_view message)
     disk.node = READER_Between(message, "sg{", "}");
     disk.state = DiskState::LeftOut;
     disk.reason = READER_Shown(message);
+}
+
+// "scsi disk{h:c:t:l} isn't support with vendor{vendor} product{product}."
+void CountOther(Telling &telling, std::string_view message)
+{
+    Run &run = telling.run;
+    ++run.disksOfOthers;
+    constexpr std::string_view kBetween = "} product{";
+    const std::string_view names = READER_Between(message, " vendor{", "}.\n");
+    const std::size_t between = names.find(kBetween);
+    if (between == std::string_view::npos) {
+        return;
+    }
+    const auto [found, isNew] = telling.otherOf.try_emplace(names, run.others.size());
+    if (isNew) {
+        run.others.push_back({names.substr(0, between), names.substr(between + kBetween.size())});
+    }
+    ++run.others[found->second].disks;
 }
 
 void TellDisk(Telling &telling, const LogRecord &record)
@@ -127,7 +141,7 @@ void TellDisk(Telling &telling, const LogRecord &record)
         // With its product it may be supported.
         LeaveOut(telling.run, address, "its product could not be read");
     } else {
-        ++telling.run.disksOfOthers;
+        CountOther(telling, message);
     }
 }
 
@@ -139,6 +153,7 @@ void TellDiskClass(Telling &telling, const LogRecord &record)
 
 void TellLuns(Telling &telling, const LogRecord &record)
 {
+    telling.run.checked = true;
     const std::string_view session = READER_Between(record.message, "session{", "}");
     if (record.level == LogLevel::Error) {
         READER_LunsFailed(telling.queries, record.message);
@@ -149,6 +164,7 @@ void TellLuns(Telling &telling, const LogRecord &record)
 
 void TellInquiry(Telling &telling, const LogRecord &record)
 {
+    telling.run.checked = true;
     READER_InquiryFailed(telling.queries, record.message);
 }
 
@@ -158,9 +174,10 @@ void TellStale(Telling &telling, const LogRecord &record)
     const bool isChanged = record.function == "SCAN_PrintRemapped";
     const bool isRemoved = record.function == "SCAN_PrintRemoved";
     const std::string_view address = READER_Between(record.message, "    ", isChanged ? " [" : "\n");
-    if (!IsAddress(address)) {
+    if (!READER_IsAddress(address)) {
         return;
     }
+    telling.run.checked = true;
     Disk &disk = DiskAt(telling, address);
     disk.state = isChanged ? DiskState::Changed : isRemoved ? DiskState::Removed : DiskState::NotConnected;
     if (isChanged) {
@@ -171,23 +188,25 @@ void TellStale(Telling &telling, const LogRecord &record)
 
 void TellQuestion(Telling &telling, const LogRecord & /*record*/)
 {
+    telling.run.checked = true;
     telling.run.asked = true;
 }
 
 void TellDeletion(Telling &telling, const LogRecord &record)
 {
+    telling.run.checked = true;
     telling.run.answer = telling.run.asked ? std::optional(true) : std::nullopt;
     const std::string_view address = READER_Between(record.message, "    delete ", " ");
     const bool isDeleted = record.message.ends_with(" success.\n");
-    if (IsAddress(address) && (isDeleted || record.message.ends_with(" fail.\n"))) {
+    if (READER_IsAddress(address) && (isDeleted || record.message.ends_with(" fail.\n"))) {
         DiskAt(telling, address).action = isDeleted ? DiskAction::Deleted : DiskAction::Failed;
     }
 }
 
-// The rescans begin, whatever came of the question.
+// The rescans begin. Nothing was deleted before, unless its record is missing.
 void TellRescans(Telling &telling, const LogRecord & /*record*/)
 {
-    if (telling.run.asked && !telling.run.answer) {
+    if (telling.run.asked && !telling.run.answer && telling.run.isWhole) {
         telling.run.answer = false;
     }
 }
@@ -210,7 +229,7 @@ void TellRescan(Telling &telling, const LogRecord &record)
 // By the function that writes the records.
 using Teller = std::pair<std::string_view, void (*)(Telling &telling, const LogRecord &record)>;
 
-constexpr std::array<Teller, 28> kTellers = {{
+constexpr std::array<Teller, 29> kTellers = {{
     {"SCAN_Init", TellCourse},
     {"main", TellCourse},
     {"SCAN_GetAllScanTargets", TellTargets},
@@ -235,6 +254,7 @@ constexpr std::array<Teller, 28> kTellers = {{
     {"SCAN_PrintRemoved", TellStale},
     {"SCAN_PrintRemapped", TellStale},
     {"SCAN_DeleteChangeMap", TellQuestion},
+    {"SCAN_ReadUserYesOrNo", TellQuestion},
     {"SCAN_DeleteChangeDisk", TellDeletion},
     {"SCAN_ScanAllScsiHost", TellRescans},
     {"SCAN_ScanScsiHost", TellRescan},
@@ -258,7 +278,29 @@ void Tell(Telling &telling, const LogRecord &record)
     }
 }
 
-// What only all records together tell.
+std::string_view SessionOf(std::string_view address)
+{
+    return address.substr(0, address.rfind(':'));
+}
+
+void CountSessions(Run &run)
+{
+    std::unordered_map<std::string_view, std::size_t> disksLeft;  // of a session, those that are not removed
+    std::vector<std::string_view> sessions;
+    for (const Disk &disk : run.disks) {
+        const auto [found, isNew] = disksLeft.try_emplace(SessionOf(disk.address));
+        if (isNew) {
+            sessions.push_back(found->first);
+        }
+        found->second += disk.state == DiskState::Removed ? 0 : 1;
+    }
+    // The records of their creation may be missing.
+    run.sessions = std::max(run.sessions, sessions.size());
+    std::copy_if(sessions.begin(), sessions.end(), std::back_inserter(run.sessionsRemoved),
+                 [&disksLeft](std::string_view session) { return disksLeft[session] == 0; });
+}
+
+// What follows only from all records together.
 void Conclude(Telling &telling)
 {
     Run &run = telling.run;
@@ -266,13 +308,16 @@ void Conclude(Telling &telling)
     run.end = READER_Shown(telling.end);
     READER_AssignQueries(telling.queries, run);
     for (Disk &disk : run.disks) {
-        if (disk.state == DiskState::Healthy && !disk.reason.empty()) {
+        if (disk.state == DiskState::Healthy && disk.action != DiskAction::None) {
+            disk.state = DiskState::Unknown;
+        } else if (disk.state == DiskState::Healthy && !disk.reason.empty()) {
             disk.state = DiskState::NotQuestioned;
         }
         if (disk.IsStale() && disk.action == DiskAction::None && run.answer == false) {
             disk.action = DiskAction::Kept;
         }
     }
+    CountSessions(run);
 }
 
 }  // namespace
@@ -293,6 +338,27 @@ Run READER_Tell(const RunText &text)
     return std::move(telling.run);
 }
 
+bool READER_IsAddress(std::string_view text)
+{
+    return text.find_first_not_of("0123456789:") == std::string_view::npos &&
+           std::count(text.begin(), text.end(), ':') == 3;
+}
+
+std::string_view READER_DoubtAbout(const Disk &disk)
+{
+    const auto isSameLetter = [](char a, char b) { return std::tolower(a) == std::tolower(b); };
+    if (disk.wwnNow.empty()) {
+        return {};
+    }
+    if (disk.wwnNow.find_first_not_of('0') == std::string_view::npos) {
+        return "the new name is all zeros: the answer holds no name";
+    }
+    if (std::equal(disk.wwn.begin(), disk.wwn.end(), disk.wwnNow.begin(), disk.wwnNow.end(), isSameLetter)) {
+        return "the names differ only in case: the disk is the same";
+    }
+    return {};
+}
+
 std::vector<Disk> READER_Remarkable(const Run &run)
 {
     std::vector<Disk> disks;
@@ -305,7 +371,8 @@ std::vector<Disk> READER_Remarkable(const Run &run)
 Tally READER_TallyOf(const Run &run)
 {
     Tally tally;
-    tally.notQuestioned = run.leftOut.size() + run.unassigned.size();
+    tally.notQuestioned = run.leftOut.size();
+    tally.failedQueries = run.unassigned.size();
     for (const Disk &disk : run.disks) {
         tally.stale += disk.IsStale() ? 1 : 0;
         tally.deleted += disk.action == DiskAction::Deleted ? 1 : 0;
@@ -322,8 +389,24 @@ std::optional<long long> READER_Seconds(const std::string &time)
     if (end == nullptr || *end != '\0') {
         return std::nullopt;
     }
+    // Summer time comes first in the hour that a clock goes through twice. Outside it, mktime changes the hour.
+    std::tm summer = parts;
+    summer.tm_isdst = 1;
+    const std::time_t inSummer = std::mktime(&summer);
     parts.tm_isdst = -1;
-    return std::mktime(&parts);
+    const std::time_t found = std::mktime(&parts);
+    return summer.tm_isdst == 1 && summer.tm_hour == parts.tm_hour ? std::min(inSummer, found) : found;
+}
+
+std::string READER_LocalTime(long long seconds)
+{
+    const std::time_t time = seconds;
+    std::tm parts = {};
+    std::array<char, 40> text = {};
+    if (localtime_r(&time, &parts) != nullptr) {
+        (void)std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S", &parts);  // empty where it does not fit
+    }
+    return text.data();
 }
 
 std::optional<long long> READER_Duration(const Run &run)

@@ -12,9 +12,10 @@
 enum class Outcome { NotEnded, Complete, Refused };
 inline constexpr std::array<const char *, 3> kOutcomeNames = {"not ended", "complete", "refused"};
 
-enum class DiskState { Healthy, Removed, Changed, NotConnected, NotQuestioned, LeftOut };
-inline constexpr std::array<const char *, 6> kStateNames = {"healthy",       "removed",        "changed",
-                                                            "not connected", "not questioned", "left out"};
+// Unknown: it was deleted, or its deletion failed, so it was stale; the record that says how is missing.
+enum class DiskState { Healthy, Removed, Changed, NotConnected, Unknown, NotQuestioned, LeftOut };
+inline constexpr std::array<const char *, 7> kStateNames = {"healthy", "removed",        "changed", "not connected",
+                                                            "unknown", "not questioned", "left out"};
 
 enum class DiskAction { None, Deleted, Failed, Kept };
 inline constexpr std::array<const char *, 4> kActionNames = {"none", "deleted", "failed", "kept"};
@@ -31,13 +32,20 @@ struct Disk {
     std::string reason;  // why it was left out, or the queries to it that failed
     DiskAction action = DiskAction::None;
 
-    [[nodiscard]] bool IsStale() const { return state >= DiskState::Removed && state <= DiskState::NotConnected; }
+    [[nodiscard]] bool IsStale() const { return state >= DiskState::Removed && state <= DiskState::Unknown; }
 };
 
 // A query that failed, on one of these disks, or, where there are none, on any.
 struct Unassigned {
     std::string message;
     std::vector<std::size_t> disks;  // indices in Run::disks
+};
+
+// A vendor and product that the supported-device list does not name.
+struct OtherProduct {
+    std::string_view vendor;
+    std::string_view product;
+    std::size_t disks = 0;
 };
 
 struct Run {
@@ -48,13 +56,16 @@ struct Run {
     Outcome outcome = Outcome::NotEnded;
     std::string refusal;  // "not root", "another copy" or "options"
     std::optional<bool> listLoaded;
-    std::optional<bool> checked;  // nothing where --nocheck and a host without SCSI disks look alike
+    std::optional<bool> isAtWork;  // now; nothing where that cannot be asked
+    std::optional<bool> checked;   // nothing where --nocheck and a host without SCSI disks look alike
     bool asked = false;
     std::optional<bool> answer;
     std::size_t disksOfOthers = 0;  // not in the supported-device list
+    std::vector<OtherProduct> others;
     std::size_t sessions = 0;
-    std::vector<Disk> disks;    // supported and filed, in this order
-    std::vector<Disk> leftOut;  // the others that were supported, or may have been
+    std::vector<std::string_view> sessionsRemoved;  // h:c:t of those whose every disk is removed
+    std::vector<Disk> disks;                        // supported and filed, in this order
+    std::vector<Disk> leftOut;                      // the others that were supported, or may have been
     std::vector<Unassigned> unassigned;
     std::size_t candidates = 0;  // disks in `unassigned`
     std::vector<std::string> inventoryErrors;
@@ -67,6 +78,12 @@ struct Run {
 // Makes out what the run with these records did; they must stay as long as the result.
 [[nodiscard]] Run READER_Tell(const RunText &text);
 
+// Whether the text has the form of a disk's address, h:c:t:l.
+[[nodiscard]] bool READER_IsAddress(std::string_view text);
+
+// What makes it doubtful that a changed disk is another one, in words; empty where nothing does.
+[[nodiscard]] std::string_view READER_DoubtAbout(const Disk &disk);
+
 // The disks that are not simply healthy.
 [[nodiscard]] std::vector<Disk> READER_Remarkable(const Run &run);
 
@@ -75,12 +92,17 @@ struct Tally {
     std::size_t deleted = 0;
     std::size_t failed = 0;         // deletions
     std::size_t notQuestioned = 0;  // the disks that were left out included
+    std::size_t failedQueries = 0;  // on disks of unknown name
 };
 
 [[nodiscard]] Tally READER_TallyOf(const Run &run);
 
-// Local time of a record in seconds since the epoch; nothing where it is no time.
+// Local time of a record in seconds since the epoch; nothing where it is no time. In the hour that a clock goes through
+// twice, it is the first time.
 [[nodiscard]] std::optional<long long> READER_Seconds(const std::string &time);
+
+// A time as records hold it: local, as "2026-11-22 21:32:21".
+[[nodiscard]] std::string READER_LocalTime(long long seconds);
 
 // How long the run took, in seconds; nothing where its times do not tell.
 [[nodiscard]] std::optional<long long> READER_Duration(const Run &run);

@@ -21,7 +21,7 @@ std::string OutcomeOf(const Run &run)
     return kOutcomeNames[static_cast<std::size_t>(run.outcome)] + (run.refusal.empty() ? "" : ", " + run.refusal);
 }
 
-// What came of the check for stale disks.
+// What the check for stale disks found.
 std::string CheckOf(const Run &run)
 {
     if (run.outcome == Outcome::Refused) {
@@ -32,9 +32,12 @@ std::string CheckOf(const Run &run)
     }
     const std::string list = run.listLoaded.value_or(false) ? "The supported-device list was loaded. " : "";
     if (run.checked) {
-        return list + READER_Count(run.disks.size(), "disk") + " found in " + READER_Count(run.sessions, "session") +
-               ", " + std::to_string(run.leftOut.size()) + " left out, " + std::to_string(run.disksOfOthers) +
-               " not in the list.";
+        return list + (run.isWhole ? "" : "At least ") + READER_Count(run.disks.size(), "disk") + " found in " +
+               READER_Count(run.sessions, "session") + ", " + std::to_string(run.leftOut.size()) + " left out, " +
+               std::to_string(run.disksOfOthers) + " not in the list.";
+    }
+    if (!run.isWhole) {
+        return list + "The records do not show whether disks were looked at.";
     }
     return list + "No disk was looked at" +
            (run.outcome == Outcome::Complete ? ": --nocheck, or there is no SCSI disk." : " so far.");
@@ -48,7 +51,10 @@ void WriteHeading(std::FILE *out, const Run &run)
                        seconds ? READER_Count(static_cast<std::size_t>(*seconds), "second").c_str() : "? seconds",
                        OutcomeOf(run).c_str());
     if (run.outcome == Outcome::NotEnded) {
-        (void)std::fputs("It was stopped, or is still at work.\n", out);
+        (void)std::fprintf(out, "%s\n",
+                           !run.isAtWork   ? "It was stopped, or is still at work."
+                           : *run.isAtWork ? "It is still at work."
+                                           : "It was stopped.");
     }
     if (!run.isWhole) {
         (void)std::fputs("Records of it are missing, so this may not be all.\n", out);
@@ -88,13 +94,16 @@ void WriteDisks(std::FILE *out, const std::vector<Disk> &disks)
         if (i > 0 && !disks[i - 1].reason.empty()) {
             (void)std::fprintf(out, "    %s\n", disks[i - 1].reason.c_str());
         }
+        if (i > 0 && !READER_DoubtAbout(disks[i - 1]).empty()) {
+            (void)std::fprintf(out, "    %s\n", std::string(READER_DoubtAbout(disks[i - 1])).c_str());
+        }
     }
 }
 
 void WriteUnassigned(std::FILE *out, const Run &run)
 {
     for (const Unassigned &query : run.unassigned) {
-        (void)std::fprintf(out, "One disk, not known which: %s\n   ", query.message.c_str());
+        (void)std::fprintf(out, "A query failed, on one of these disks: %s\n   ", query.message.c_str());
         for (std::size_t i = 0; i < std::min(query.disks.size(), kMaxSuspects); ++i) {
             (void)std::fprintf(out, " %s", std::string(run.disks[query.disks[i]].address).c_str());
         }
@@ -120,7 +129,7 @@ std::string NotesOf(const Run &run)
     }
     if (run.listLoaded == false) {
         add("list not loaded");
-    } else if (run.outcome == Outcome::Complete && !run.checked) {
+    } else if (run.outcome == Outcome::Complete && !run.checked && run.isWhole) {
         add("no disk looked at");
     }
     if (run.checked == true) {
@@ -130,6 +139,9 @@ std::string NotesOf(const Run &run)
         add(std::to_string(tally.deleted) + " deleted");
         add(std::to_string(tally.failed) + " failed");
         add(std::to_string(tally.notQuestioned) + " not questioned");
+        if (tally.failedQueries > 0) {
+            add("queries failed on unknown disks: " + std::to_string(tally.failedQueries));
+        }
     }
     const std::size_t notRescanned = run.hostsNotRescanned.size() + run.controllersNotRescanned.size();
     if (notRescanned > 0) {
@@ -155,6 +167,14 @@ void READER_RunToView(std::FILE *out, const Run &run)
         return;
     }
     (void)std::fputs("\n", out);
+    for (const OtherProduct &other : run.others) {
+        (void)std::fprintf(out, "Not in the list: %s %s: %zu\n", std::string(other.vendor).c_str(),
+                           std::string(other.product).c_str(), other.disks);
+    }
+    for (const std::string_view session : run.sessionsRemoved) {
+        (void)std::fprintf(out, "Every disk of session %s is removed; an array that is starting reports no LUN.\n",
+                           std::string(session).c_str());
+    }
     WriteUnassigned(out, run);
     WriteLines(out, "Not listed: ", run.inventoryErrors);
     WriteLines(out, "Not rescanned: ", run.hostsNotRescanned);
