@@ -5,9 +5,9 @@ _vdRescan_log()
 {
     local word=${COMP_WORDS[COMP_CWORD]}
     case ${COMP_WORDS[COMP_CWORD - 1]} in
-    --run | --max-age) COMPREPLY=() ;;
+    --run | --since | --max-age | --ignore) COMPREPLY=() ;;
     *) case $word in
-        -*) mapfile -t COMPREPLY < <(compgen -W '--all --check --help --json --max-age --must-look --run --version' -- "$word") ;;
+        -*) mapfile -t COMPREPLY < <(compgen -W '--all --check --help --ignore --json --max-age --must-look --run --since --version' -- "$word") ;;
         *) mapfile -t COMPREPLY < <(compgen -f -- "$word") ;;
         esac ;;
     esac

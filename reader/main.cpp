@@ -1,18 +1,17 @@
-#include <getopt.h>
-
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
 #include <cstring>
-#include <ctime>
-#include <iterator>
 #include <optional>
+#include <string>
+#include <string_view>
 #include <utility>
+#include <vector>
 
-#include "log_path.h"
 #include "mpi_owner.h"
 #include "reader_check.h"
 #include "reader_json.h"
+#include "reader_lock.h"
+#include "reader_options.h"
 #include "reader_run.h"
 #include "reader_view.h"
 
@@ -20,160 +19,165 @@ namespace {
 
 enum ExitStatus : int { kFound = 0, kNoRun = 1, kWrongArguments = 2 };
 
-constexpr std::uint64_t kMaxNumber = 1000000000;  // that is read from an argument
-constexpr long long kSecondsPerHour = 3600;
-
-constexpr const char *kUsage =
-    "usage: vdRescan_log [--all | --run N] [--json] [FILE | -]\n"
-    "       vdRescan_log --check [--run N] [--max-age HOURS] [--must-look] [FILE | -]\n"
-    "       vdRescan_log --help | --version\n"
-    "Tells from the trace log of vdRescan_plus what its last run did.\n"
-    "    --all            tell of all runs, one line each, newest last\n"
-    "    --run N          tell of the run with that number\n"
-    "    --json           write the same as data\n"
-    "    --check          write one line and end with a status for a monitoring system\n"
-    "    --max-age HOURS  with --check: the last run must not be older\n"
-    "    --must-look      with --check: the last run must have looked at disks\n";
-
-struct Settings {
-    int all = 0;  // 1: the option is given; as for these
-    int json = 0;
-    int check = 0;
-    int mustLook = 0;
-    int help = 0;
-    int version = 0;
-    std::optional<std::uint64_t> number;
-    std::optional<std::uint64_t> maxAge;  // hours
-    const char *path = nullptr;
-};
-
-// Reads a number from 1 up. Returns false where the text is something else.
-bool ReadNumber(std::string_view text, std::optional<std::uint64_t> &number)
-{
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number.emplace());
-    return error == std::errc() && end == text.data() + text.size() && *number > 0 && *number <= kMaxNumber;
-}
-
-// Returns false for arguments that are not understood; `check` is told all the same.
-bool ReadArguments(int argc, char *argv[], Settings &settings)
-{
-    const option options[] = {
-        {"all", no_argument, &settings.all, 1},
-        {"run", required_argument, nullptr, 'r'},
-        {"json", no_argument, &settings.json, 1},
-        {"check", no_argument, &settings.check, 1},
-        {"max-age", required_argument, nullptr, 'm'},
-        {"must-look", no_argument, &settings.mustLook, 1},
-        {"help", no_argument, &settings.help, 1},
-        {"version", no_argument, &settings.version, 1},
-        {},
-    };
-    bool isGood = true;
-    for (int found = 0; (found = getopt_long(argc, argv, "", options, nullptr)) != -1;) {
-        if (found != 0) {
-            isGood = found != '?' && ReadNumber(optarg, found == 'r' ? settings.number : settings.maxAge) && isGood;
-        }
-    }
-    settings.path = optind < argc ? argv[optind] : GetFilePathByType(DirectoryKind::Log, kTraceFileName);
-    const bool isCheck = settings.check == 1;
-    const bool isView = settings.all == 1 || settings.json == 1;
-    return isGood && argc - optind <= 1 && !(settings.all == 1 && settings.number) && !(isCheck && isView) &&
-           (isCheck || (!settings.maxAge && settings.mustLook == 0));
-}
-
-// Says why there is nothing to tell, as those expect it who asked.
+// Says why there is nothing to print, as those expect it who asked.
 int Refuse(const Settings &settings, const std::string &reason, ExitStatus status)
 {
-    if (settings.check == 1) {
+    if (settings.Has(kCheck)) {
         return READER_CheckUnknown(stdout, reason);
     }
     (void)std::fprintf(stderr, "vdRescan_log: %s\n", reason.c_str());
     return status;
 }
 
-// Keeps of the runs that were read so far what will be told.
-void Pick(const Settings &settings, std::vector<RunText> &picked, RunText run)
+// What was read of a log: the runs that may be printed or judged.
+struct Reading {
+    std::optional<RunText> before;   // the last but one that was not refused
+    std::optional<RunText> last;     // the last one that was not refused, or the one that was asked for
+    std::optional<RunText> refused;  // the last one, where it was refused
+    std::optional<RunLock> lock;     // of this host, where it can be asked and the log is the host's
+    std::size_t written = 0;         // runs that were written at once
+    int error = 0;                   // errno of the log
+};
+
+void Pick(const Settings &settings, Reading &picked, RunText run)
 {
-    if (settings.number) {
-        if (run.number != *settings.number) {
-            return;
+    if (settings.Has(kRun)) {
+        if (run.number == static_cast<std::uint64_t>(settings.number)) {
+            picked.last = std::move(run);
         }
-    } else if (settings.check == 0 || !run.isRefused) {
-        picked.clear();
-    } else if (!picked.empty() && picked.back().isRefused) {
-        // What the last run that worked has left behind still counts.
-        picked.pop_back();
+    } else if (run.isRefused) {
+        picked.refused = std::move(run);
+    } else {
+        picked.before = std::exchange(picked.last, std::move(run));
+        picked.refused.reset();
     }
-    picked.push_back(std::move(run));
+}
+
+// Reconstructs what is printed or judged. A run at work comes with the one before it, which is judged in its place, and
+// with the copy that it refused.
+std::vector<Run> Choose(const Settings &settings, const Reading &picked)
+{
+    std::vector<Run> runs;
+    const auto add = [&runs, &picked](const RunText &text) {
+        runs.push_back(READER_Tell(text));
+        if (picked.lock) {
+            READER_MarkAtWork(runs.back(), *picked.lock);
+        }
+    };
+    if (picked.last) {
+        add(*picked.last);
+        const bool isAtWork = runs.back().isAtWork == true;
+        if (isAtWork && picked.before && settings.Has(kCheck)) {
+            add(*picked.before);
+            std::swap(runs.front(), runs.back());
+        }
+        if (picked.refused && !isAtWork && !settings.Has(kCheck)) {
+            runs.clear();
+        }
+    }
+    if (picked.refused) {
+        add(*picked.refused);
+    }
+    return runs;
 }
 
 void Write(const Settings &settings, const Run &run, bool isFirst)
 {
-    if (settings.json == 1) {
+    if (settings.Has(kJson)) {
         READER_RunToJson(stdout, run, isFirst);
-    } else if (settings.all == 1) {
+    } else if (settings.Has(kAll)) {
         READER_RunToLine(stdout, run);
     } else {
+        (void)std::fputs(isFirst ? "" : "\n", stdout);
         READER_RunToView(stdout, run);
     }
 }
 
-int Check(const Settings &settings, const std::vector<RunText> &picked)
+// Reads the log to its end. With --all, writes each run as soon as it is read.
+Reading ReadLog(std::FILE *file, const Settings &settings)
 {
-    std::vector<Run> runs;
-    std::transform(picked.begin(), picked.end(), std::back_inserter(runs), READER_Tell);
-    std::optional<long long> oldest;
-    if (settings.maxAge) {
-        oldest = std::time(nullptr) - static_cast<long long>(*settings.maxAge) * kSecondsPerHour;
-    }
-    return READER_Check(stdout, runs, oldest, settings.mustLook == 1);
-}
-
-int TellFrom(std::FILE *file, const Settings &settings)
-{
+    Reading reading;
     RunStream runs;
     runs.log.file = file;
-    std::vector<RunText> picked;
-    std::size_t written = 0;
-    if (settings.json == 1) {
-        READER_BeginJson(stdout);
-    }
     for (RunText run; READER_NextRun(runs, run);) {
-        if (settings.all == 1) {
-            Write(settings, READER_Tell(run), written++ == 0);
+        if (settings.Has(kAll)) {
+            Write(settings, READER_Tell(run), reading.written++ == 0);
         } else {
-            Pick(settings, picked, std::move(run));
+            Pick(settings, reading, std::move(run));
         }
     }
-    const int error = std::ferror(file) == 0 ? 0 : errno;
-    if (settings.check == 1 && !picked.empty() && error == 0) {
-        return Check(settings, picked);
+    reading.error = std::ferror(file) == 0 ? 0 : errno;
+    if (settings.isOwnLog) {
+        reading.lock = READER_AskLock();
     }
-    for (const RunText &run : picked) {
-        Write(settings, READER_Tell(run), written++ == 0);
+    return reading;
+}
+
+// Whether more was appended to the log since its end was read; then it is rewound.
+bool HasGrown(std::FILE *file)
+{
+    std::clearerr(file);
+    if (std::getc(file) == EOF) {
+        return false;
     }
-    if (settings.json == 1) {
+    std::rewind(file);
+    return true;
+}
+
+// Reads the log, and reconstructs what is printed or judged. A run that has not ended and does not hold the lock was
+// stopped, unless it recorded its end after the log was read.
+std::vector<Run> ReadRuns(std::FILE *file, const Settings &settings, Reading &reading)
+{
+    for (;;) {
+        reading = ReadLog(file, settings);
+        std::vector<Run> runs = Choose(settings, reading);
+        const bool isStopped = std::any_of(runs.begin(), runs.end(), [](const Run &run) {
+            return run.outcome == Outcome::NotEnded && run.isAtWork == false;
+        });
+        if (!isStopped || reading.error != 0 || !HasGrown(file)) {
+            return runs;
+        }
+    }
+}
+
+int ReportFrom(std::FILE *file, const Settings &settings)
+{
+    if (settings.Has(kJson)) {
+        READER_BeginJson(stdout);
+    }
+    Reading reading;
+    const std::vector<Run> runs = ReadRuns(file, settings, reading);
+    if (settings.Has(kCheck) && !runs.empty() && reading.error == 0) {
+        return READER_Check(stdout, runs, settings.demands, reading.lock.value_or(RunLock()));
+    }
+    for (const Run &run : runs) {
+        if (!settings.Has(kCheck)) {
+            Write(settings, run, reading.written++ == 0);
+        }
+    }
+    if (settings.Has(kJson)) {
         READER_EndJson(stdout);
     }
     const std::string path(settings.path);
-    if (error != 0) {
-        return Refuse(settings, path + ": " + std::strerror(error), kNoRun);
+    if (reading.error != 0) {
+        return Refuse(settings, path + ": " + std::strerror(reading.error), kNoRun);
     }
-    return written > 0
-               ? kFound
-               : Refuse(settings, path + (settings.number ? " does not hold this run" : " holds no run"), kNoRun);
+    if (reading.written == 0) {
+        return Refuse(settings, path + (settings.Has(kRun) ? " does not hold this run" : " holds no run"), kNoRun);
+    }
+    return kFound;
 }
 
-int TellFromPath(const Settings &settings)
+int ReportFromPath(const Settings &settings)
 {
     if (std::string_view(settings.path) == "-") {
-        return TellFrom(stdin, settings);
+        return ReportFrom(stdin, settings);
     }
     const OwnedFile file(std::fopen(settings.path, "rb"));
     if (file == nullptr) {
         return Refuse(settings, std::string(settings.path) + ": " + std::strerror(errno), kNoRun);
     }
-    return TellFrom(file.get(), settings);
+    return ReportFrom(file.get(), settings);
 }
 
 }  // namespace
@@ -181,15 +185,16 @@ int TellFromPath(const Settings &settings)
 int main(int argc, char *argv[])
 {
     Settings settings;
-    if (!ReadArguments(argc, argv, settings)) {
-        (void)std::fputs(kUsage, stderr);
-        return Refuse(settings, "wrong arguments", kWrongArguments);
+    const std::string fault = READER_ReadArguments(argc, argv, settings);
+    if (!fault.empty()) {
+        (void)std::fputs(kReaderUsage, stderr);
+        return Refuse(settings, fault, kWrongArguments);
     }
-    if (settings.help == 1 || settings.version == 1) {
-        (void)std::printf("%s", settings.help == 1 ? kUsage : "vdRescan_log " VD_VERSION "\n");
+    if (settings.Has(kHelp) || settings.Has(kVersion)) {
+        (void)std::printf("%s", settings.Has(kHelp) ? kReaderUsage : "vdRescan_log " VD_VERSION "\n");
         return kFound;
     }
-    const int status = TellFromPath(settings);
+    const int status = ReportFromPath(settings);
     const bool isWritten = std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
     return isWritten ? status : Refuse(settings, "the output cannot be written", kNoRun);
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <climits>
 
 #include "reader_text.h"
 
@@ -14,11 +15,17 @@ struct Verdict {
     std::string text;
 };
 
+// OK < UNKNOWN < WARNING < CRITICAL
+int SeverityOf(CheckState state)
+{
+    constexpr std::array<int, 4> kSeverities = {0, 2, 3, 1};
+    return kSeverities[static_cast<std::size_t>(state)];
+}
+
 void Worsen(Verdict &verdict, CheckState state, const std::string &reason)
 {
-    // What is not known is worse than good, and better than what is known to be bad.
-    if (state != kCheckUnknown || verdict.state == kCheckOk) {
-        verdict.state = std::max(verdict.state, state);
+    if (SeverityOf(state) > SeverityOf(verdict.state)) {
+        verdict.state = state;
     }
     verdict.text += (verdict.text.empty() ? "" : "; ") + reason;
 }
@@ -37,6 +44,13 @@ void WorsenBy(Verdict &verdict, CheckState state, const std::string &reason, con
     Worsen(verdict, state, reason + list + (more == 0 ? "" : " and " + std::to_string(more) + " more"));
 }
 
+// A disk of which the state is not known, and which need not be questioned.
+bool IsIgnored(const Disk &disk, const Demands &demands)
+{
+    return !disk.IsStale() &&
+           std::find(demands.ignored.begin(), demands.ignored.end(), disk.address) != demands.ignored.end();
+}
+
 // How the disks for which `isMeant` holds are named.
 template <typename Predicate>
 std::vector<std::string> NamesOf(const std::vector<Disk> &disks, Predicate isMeant)
@@ -50,26 +64,68 @@ std::vector<std::string> NamesOf(const std::vector<Disk> &disks, Predicate isMea
     return names;
 }
 
-void JudgeDisks(Verdict &verdict, const Run &run)
+// Whether the query can only have been sent to ignored disks.
+bool IsIgnored(const Unassigned &query, const Run &run, const Demands &demands)
+{
+    return !query.disks.empty() &&
+           std::all_of(query.disks.begin(), query.disks.end(),
+                       [&run, &demands](std::size_t disk) { return IsIgnored(run.disks[disk], demands); });
+}
+
+void JudgeDisks(Verdict &verdict, const Run &run, const Demands &demands)
 {
     const auto failed = [](const Disk &disk) { return disk.action == DiskAction::Failed; };
     const auto left = [&failed](const Disk &disk) {
         return disk.IsStale() && disk.action != DiskAction::Deleted && !failed(disk);
     };
-    const auto notQuestioned = [](const Disk &disk) { return disk.state == DiskState::NotQuestioned; };
+    const auto notQuestioned = [&demands](const Disk &disk) {
+        return disk.state == DiskState::NotQuestioned && !IsIgnored(disk, demands);
+    };
+    const auto leftOut = [&demands](const Disk &disk) { return !IsIgnored(disk, demands); };
     WorsenBy(verdict, kCheckCritical, "deletion failed:", NamesOf(run.disks, failed));
-    WorsenBy(verdict, kCheckWarning, "stale and left in place:", NamesOf(run.disks, left));
+    WorsenBy(verdict, kCheckWarning,
+             run.isWhole ? "stale and left in place:" : "stale, deletion not recorded:", NamesOf(run.disks, left));
     WorsenBy(verdict, kCheckWarning, "not questioned:", NamesOf(run.disks, notQuestioned));
-    WorsenBy(verdict, kCheckWarning, "left out:", NamesOf(run.leftOut, [](const Disk & /*disk*/) { return true; }));
-    if (!run.unassigned.empty()) {
-        Worsen(verdict, kCheckWarning, READER_Count(run.unassigned.size(), "disk") + " of unknown name not questioned");
+    WorsenBy(verdict, kCheckWarning, "left out:", NamesOf(run.leftOut, leftOut));
+    const auto queries =
+        std::count_if(run.unassigned.begin(), run.unassigned.end(),
+                      [&run, &demands](const Unassigned &query) { return !IsIgnored(query, run, demands); });
+    if (queries > 0) {
+        Worsen(verdict, kCheckWarning, "queries failed on unknown disks: " + std::to_string(queries));
     }
     if (run.checked == true && run.disks.empty()) {
         Worsen(verdict, kCheckWarning, "no supported disk found");
     }
 }
 
-void Judge(Verdict &verdict, const Run &run, bool mustLook)
+// The ignored addresses without which the run would not be good.
+std::vector<std::string> IgnoredIn(const Run &run, const Demands &demands)
+{
+    std::vector<std::string> names =
+        NamesOf(READER_Remarkable(run), [&demands](const Disk &disk) { return IsIgnored(disk, demands); });
+    for (const Unassigned &query : run.unassigned) {
+        for (const std::size_t disk : IsIgnored(query, run, demands) ? query.disks : std::vector<std::size_t>()) {
+            names.emplace_back(run.disks[disk].address);
+        }
+    }
+    std::sort(names.begin(), names.end());
+    names.erase(std::unique(names.begin(), names.end()), names.end());
+    return names;
+}
+
+// What is added to the line of a good run, too.
+void AddNotes(Verdict &verdict, const Run &run, const Demands &demands)
+{
+    const std::vector<std::string> ignored = IgnoredIn(run, demands);
+    if (verdict.text.empty()) {
+        verdict.text = READER_Count(run.disks.size(), "disk") + (ignored.empty() ? " checked" : " found");
+    }
+    WorsenBy(verdict, kCheckOk, "not checked and ignored:", ignored);
+    WorsenBy(verdict, kCheckOk,
+             "deleted:", NamesOf(run.disks, [](const Disk &disk) { return disk.action == DiskAction::Deleted; }));
+}
+
+void Judge(Verdict &verdict, const Run &run, const Demands &demands)
 {
     if (run.outcome == Outcome::Refused) {
         Worsen(verdict, kCheckWarning, "refused: " + run.refusal);
@@ -80,18 +136,56 @@ void Judge(Verdict &verdict, const Run &run, bool mustLook)
     if (!run.isWhole) {
         Worsen(verdict, kCheckWarning, "records are missing");
     }
-    JudgeDisks(verdict, run);
+    JudgeDisks(verdict, run, demands);
     if (run.listLoaded == false) {
         Worsen(verdict, kCheckWarning, "the supported-device list was not loaded");
     }
-    if (run.outcome == Outcome::Complete && !run.checked) {
+    if (run.outcome == Outcome::Complete && run.isWhole && !run.checked) {
         // A run on a host without any SCSI disk leaves the same records, so the line names both.
-        Worsen(verdict, mustLook ? kCheckWarning : kCheckOk,
+        Worsen(verdict, demands.mustLook ? kCheckWarning : kCheckOk,
                "no disk was looked at: --nocheck, or there is no SCSI disk");
     }
     WorsenBy(verdict, kCheckWarning, "not rescanned:", run.hostsNotRescanned);
     WorsenBy(verdict, kCheckWarning, "not rescanned:", run.controllersNotRescanned);
     WorsenBy(verdict, kCheckWarning, "not listed:", run.inventoryErrors);
+    AddNotes(verdict, run, demands);
+    if (std::max(READER_Seconds(run.start), READER_Seconds(run.end)) > demands.now.value_or(LLONG_MAX)) {
+        Worsen(verdict, kCheckUnknown, "that is later than now");
+    }
+}
+
+std::string NameOf(const Run &run)
+{
+    return "run " + std::to_string(run.number) + " of " + run.start;
+}
+
+// Judges each run that counts, and adds it to `all`. Returns these runs.
+std::vector<const Run *> JudgeRuns(Verdict &all, const std::vector<Run> &runs, const Demands &demands)
+{
+    std::vector<const Run *> judged;
+    const Run *tooOld = nullptr;
+    for (const Run &run : runs) {
+        if (run.isAtWork == true) {
+            continue;
+        }
+        if (demands.since && READER_Seconds(run.start).value_or(0) < *demands.since) {
+            tooOld = &run;
+            continue;
+        }
+        Verdict verdict;
+        Judge(verdict, run, demands);
+        Worsen(all, verdict.state, NameOf(run) + ": " + verdict.text);
+        judged.push_back(&run);
+    }
+    if (judged.empty()) {
+        Worsen(all, kCheckUnknown,
+               tooOld == nullptr
+                   ? "no run to judge"
+                   : "no run began since " + READER_LocalTime(*demands.since) + "; the last one is " + NameOf(*tooOld));
+    } else if (demands.oldest && READER_Seconds(judged.back()->end).value_or(0) < *demands.oldest) {
+        Worsen(all, kCheckUnknown, "that is too long ago");
+    }
+    return judged;
 }
 
 void Write(std::FILE *out, const Verdict &verdict, const std::string &performance)
@@ -105,25 +199,26 @@ void Write(std::FILE *out, const Verdict &verdict, const std::string &performanc
 
 }  // namespace
 
-CheckState READER_Check(std::FILE *out, const std::vector<Run> &runs, std::optional<long long> oldest, bool mustLook)
+CheckState READER_Check(std::FILE *out, const std::vector<Run> &runs, const Demands &demands, const RunLock &lock)
 {
     Verdict all;
-    for (const Run &run : runs) {
-        Verdict verdict;
-        Judge(verdict, run, mustLook);
-        if (verdict.text.empty()) {
-            verdict.text = READER_Count(run.disks.size(), "disk") + " checked";
-        }
-        Worsen(all, verdict.state, "run " + std::to_string(run.number) + " of " + run.start + ": " + verdict.text);
+    const std::vector<const Run *> judged = JudgeRuns(all, runs, demands);
+    if (lock.isHeld) {
+        const auto atWork = std::find_if(runs.begin(), runs.end(), [](const Run &run) { return run.isAtWork == true; });
+        Worsen(all, kCheckOk,
+               atWork == runs.end() ? "a run that is not in the log is at work since " + lock.since
+                                    : "run " + std::to_string(atWork->number) + " is at work since " + lock.since);
     }
-    if (oldest && READER_Seconds(runs.back().end).value_or(0) < *oldest) {
-        Worsen(all, kCheckUnknown, "that is too long ago");
+    std::string performance;
+    if (!judged.empty()) {
+        const Run &run = *judged.front();
+        const Tally tally = READER_TallyOf(run);
+        performance = " | disks=" + std::to_string(run.disks.size()) + " stale=" + std::to_string(tally.stale) +
+                      " deleted=" + std::to_string(tally.deleted) + " failed=" + std::to_string(tally.failed) +
+                      " not_questioned=" + std::to_string(tally.notQuestioned) +
+                      " failed_queries=" + std::to_string(tally.failedQueries);
     }
-    const Tally tally = READER_TallyOf(runs.front());
-    Write(out, all,
-          " | disks=" + std::to_string(runs.front().disks.size()) + " stale=" + std::to_string(tally.stale) +
-              " deleted=" + std::to_string(tally.deleted) + " failed=" + std::to_string(tally.failed) +
-              " not_questioned=" + std::to_string(tally.notQuestioned));
+    Write(out, all, performance);
     return all.state;
 }
 

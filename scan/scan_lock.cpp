@@ -12,7 +12,6 @@
 
 namespace {
 
-constexpr const char *kPidFile = "/run/vdRescan_plus.pid";
 constexpr std::size_t kPidTextSize = 128;
 
 }  // namespace

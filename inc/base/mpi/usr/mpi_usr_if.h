@@ -23,6 +23,9 @@ enum ResultCode : std::int32_t {
     RET_OPEN_FAIL = 1065,          // a SCSI generic node could not be opened
 };
 
+// The lock of the running copy, which also holds its process id. It remains after the run.
+inline constexpr const char *kPidFile = "/run/vdRescan_plus.pid";
+
 // Link of an intrusive circular list. A record embeds it as its first member `link`, so that the node's address is
 // the record's address; a list head is a bare node that points at itself both ways while the list is empty.
 struct ListNode {
