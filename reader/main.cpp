@@ -117,11 +117,7 @@ Reading ReadLog(std::FILE *file, const Settings &settings)
 bool HasGrown(std::FILE *file)
 {
     std::clearerr(file);
-    if (std::getc(file) == EOF) {
-        return false;
-    }
-    std::rewind(file);
-    return true;
+    return std::getc(file) != EOF && std::fseek(file, 0, SEEK_SET) == 0;
 }
 
 // Reads the log, and reconstructs what is printed or judged. A run that has not ended and does not hold the lock was

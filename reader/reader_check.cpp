@@ -179,9 +179,9 @@ std::vector<const Run *> JudgeRuns(Verdict &all, const std::vector<Run> &runs, c
     }
     if (judged.empty()) {
         Worsen(all, kCheckUnknown,
-               tooOld == nullptr
-                   ? "no run to judge"
-                   : "no run began since " + READER_LocalTime(*demands.since) + "; the last one is " + NameOf(*tooOld));
+               tooOld == nullptr ? "no run to judge"
+                                 : "no run began since " + READER_LocalTime(demands.since.value_or(0)) +
+                                       "; the last one is " + NameOf(*tooOld));
     } else if (demands.oldest && READER_Seconds(judged.back()->end).value_or(0) < *demands.oldest) {
         Worsen(all, kCheckUnknown, "that is too long ago");
     }
