@@ -12,7 +12,7 @@
 #include "reader_json.h"
 #include "reader_lock.h"
 #include "reader_options.h"
-#include "reader_run.h"
+#include "reader_reconstruct.h"
 #include "reader_view.h"
 
 namespace {

@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "reader_run.h"
+#include "reader_reconstruct.h"
 
 // The lock that each run holds from its start to its end.
 struct RunLock {

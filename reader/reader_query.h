@@ -9,7 +9,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "reader_run.h"
+#include "reader_reconstruct.h"
 
 struct FailedQuery {
     std::size_t session;              // index in Queries::sessions

@@ -10,7 +10,7 @@
 #include <stdexcept>
 
 #include "command.h"
-#include "reader_run.h"
+#include "reader_reconstruct.h"
 
 using namespace machine;
 

@@ -1,4 +1,4 @@
-#include "reader_run.h"
+#include "reader_reconstruct.h"
 
 #include <algorithm>
 #include <cctype>

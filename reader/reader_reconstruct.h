@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "reader_runs.h"
+#include "reader_split.h"
 
 enum class Outcome { NotEnded, Complete, Refused };
 inline constexpr std::array<const char *, 3> kOutcomeNames = {"not ended", "complete", "refused"};

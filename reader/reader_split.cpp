@@ -1,4 +1,4 @@
-#include "reader_runs.h"
+#include "reader_split.h"
 
 #include <utility>
 
