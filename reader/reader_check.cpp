@@ -5,6 +5,7 @@
 #include <climits>
 
 #include "reader_text.h"
+#include "reader_time.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "reader_lock.h"
-#include "reader_reconstruct.h"
+#include "reader_model.h"
 
 // Exit status of a plugin.
 enum CheckState : int { kCheckOk = 0, kCheckWarning = 1, kCheckCritical = 2, kCheckUnknown = 3 };

@@ -3,7 +3,7 @@
 
 #include <cstdio>
 
-#include "reader_reconstruct.h"
+#include "reader_model.h"
 
 // Write one JSON document on one line: its beginning, each run, and its end.
 void READER_BeginJson(std::FILE *out);

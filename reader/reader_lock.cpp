@@ -5,6 +5,7 @@
 
 #include "mpi_owner.h"
 #include "mpi_usr_if.h"
+#include "reader_time.h"
 
 std::optional<RunLock> READER_AskLock()
 {

@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "reader_reconstruct.h"
+#include "reader_model.h"
 
 // The lock that each run holds from its start to its end.
 struct RunLock {

@@ -9,7 +9,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "reader_reconstruct.h"
+#include "reader_model.h"
 
 struct FailedQuery {
     std::size_t session;              // index in Queries::sessions

@@ -1,8 +1,6 @@
 #include "reader_reconstruct.h"
 
 #include <algorithm>
-#include <cctype>
-#include <ctime>
 #include <iterator>
 #include <unordered_map>
 #include <utility>
@@ -336,83 +334,4 @@ Run READER_Tell(const RunText &text)
     }
     Conclude(telling);
     return std::move(telling.run);
-}
-
-bool READER_IsAddress(std::string_view text)
-{
-    return text.find_first_not_of("0123456789:") == std::string_view::npos &&
-           std::count(text.begin(), text.end(), ':') == 3;
-}
-
-std::string_view READER_DoubtAbout(const Disk &disk)
-{
-    const auto isSameLetter = [](char a, char b) { return std::tolower(a) == std::tolower(b); };
-    if (disk.wwnNow.empty()) {
-        return {};
-    }
-    if (disk.wwnNow.find_first_not_of('0') == std::string_view::npos) {
-        return "the new name is all zeros: the answer holds no name";
-    }
-    if (std::equal(disk.wwn.begin(), disk.wwn.end(), disk.wwnNow.begin(), disk.wwnNow.end(), isSameLetter)) {
-        return "the names differ only in case: the disk is the same";
-    }
-    return {};
-}
-
-std::vector<Disk> READER_Remarkable(const Run &run)
-{
-    std::vector<Disk> disks;
-    std::copy_if(run.disks.begin(), run.disks.end(), std::back_inserter(disks),
-                 [](const Disk &disk) { return disk.state != DiskState::Healthy; });
-    disks.insert(disks.end(), run.leftOut.begin(), run.leftOut.end());
-    return disks;
-}
-
-Tally READER_TallyOf(const Run &run)
-{
-    Tally tally;
-    tally.notQuestioned = run.leftOut.size();
-    tally.failedQueries = run.unassigned.size();
-    for (const Disk &disk : run.disks) {
-        tally.stale += disk.IsStale() ? 1 : 0;
-        tally.deleted += disk.action == DiskAction::Deleted ? 1 : 0;
-        tally.failed += disk.action == DiskAction::Failed ? 1 : 0;
-        tally.notQuestioned += disk.state == DiskState::NotQuestioned ? 1 : 0;
-    }
-    return tally;
-}
-
-std::optional<long long> READER_Seconds(const std::string &time)
-{
-    std::tm parts = {};
-    const char *end = strptime(time.c_str(), "%Y-%m-%d %H:%M:%S", &parts);
-    if (end == nullptr || *end != '\0') {
-        return std::nullopt;
-    }
-    // Summer time comes first in the hour that a clock goes through twice. Outside it, mktime changes the hour.
-    std::tm summer = parts;
-    summer.tm_isdst = 1;
-    const std::time_t inSummer = std::mktime(&summer);
-    parts.tm_isdst = -1;
-    const std::time_t found = std::mktime(&parts);
-    return summer.tm_isdst == 1 && summer.tm_hour == parts.tm_hour ? std::min(inSummer, found) : found;
-}
-
-std::string READER_LocalTime(long long seconds)
-{
-    const std::time_t time = seconds;
-    std::tm parts = {};
-    std::array<char, 40> text = {};
-    if (localtime_r(&time, &parts) != nullptr) {
-        (void)std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S", &parts);  // empty where it does not fit
-    }
-    return text.data();
-}
-
-std::optional<long long> READER_Duration(const Run &run)
-{
-    const auto start = READER_Seconds(run.start);
-    const auto end = READER_Seconds(run.end);
-    // A clock that was set back tells nothing.
-    return start && end && *end >= *start ? std::optional(*end - *start) : std::nullopt;
 }

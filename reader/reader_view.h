@@ -3,7 +3,7 @@
 
 #include <cstdio>
 
-#include "reader_reconstruct.h"
+#include "reader_model.h"
 
 // Write one run in full, and in one line.
 void READER_RunToView(std::FILE *out, const Run &run);

@@ -10,7 +10,7 @@
 #include <stdexcept>
 
 #include "command.h"
-#include "reader_reconstruct.h"
+#include "reader_time.h"
 
 using namespace machine;
 

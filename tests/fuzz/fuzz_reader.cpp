@@ -7,6 +7,7 @@
 
 #include "reader_check.h"
 #include "reader_json.h"
+#include "reader_reconstruct.h"
 #include "reader_view.h"
 #include "target.h"
 
