@@ -59,7 +59,7 @@ std::vector<Run> Choose(const Settings &settings, const Reading &picked)
 {
     std::vector<Run> runs;
     const auto add = [&runs, &picked](const RunText &text) {
-        runs.push_back(READER_Tell(text));
+        runs.push_back(READER_Reconstruct(text));
         if (picked.lock) {
             READER_MarkAtWork(runs.back(), *picked.lock);
         }
@@ -101,7 +101,7 @@ Reading ReadLog(std::FILE *file, const Settings &settings)
     runs.log.file = file;
     for (RunText run; READER_NextRun(runs, run);) {
         if (settings.Has(kAll)) {
-            Write(settings, READER_Tell(run), reading.written++ == 0);
+            Write(settings, READER_Reconstruct(run), reading.written++ == 0);
         } else {
             Pick(settings, reading, std::move(run));
         }

@@ -80,7 +80,7 @@ void JudgeDisks(Verdict &verdict, const Run &run, const Demands &demands)
         return disk.IsStale() && disk.action != DiskAction::Deleted && !failed(disk);
     };
     const auto notQuestioned = [&demands](const Disk &disk) {
-        return disk.state == DiskState::NotQuestioned && !IsIgnored(disk, demands);
+        return disk.state == DiskCondition::NotQuestioned && !IsIgnored(disk, demands);
     };
     const auto leftOut = [&demands](const Disk &disk) { return !IsIgnored(disk, demands); };
     WorsenBy(verdict, kCheckCritical, "deletion failed:", NamesOf(run.disks, failed));

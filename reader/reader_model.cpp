@@ -31,7 +31,7 @@ std::vector<Disk> READER_Remarkable(const Run &run)
 {
     std::vector<Disk> disks;
     std::copy_if(run.disks.begin(), run.disks.end(), std::back_inserter(disks),
-                 [](const Disk &disk) { return disk.state != DiskState::Healthy; });
+                 [](const Disk &disk) { return disk.state != DiskCondition::Healthy; });
     disks.insert(disks.end(), run.leftOut.begin(), run.leftOut.end());
     return disks;
 }
@@ -45,7 +45,7 @@ Tally READER_TallyOf(const Run &run)
         tally.stale += disk.IsStale() ? 1 : 0;
         tally.deleted += disk.action == DiskAction::Deleted ? 1 : 0;
         tally.failed += disk.action == DiskAction::Failed ? 1 : 0;
-        tally.notQuestioned += disk.state == DiskState::NotQuestioned ? 1 : 0;
+        tally.notQuestioned += disk.state == DiskCondition::NotQuestioned ? 1 : 0;
     }
     return tally;
 }

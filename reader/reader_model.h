@@ -12,7 +12,7 @@ enum class Outcome { NotEnded, Complete, Refused };
 inline constexpr std::array<const char *, 3> kOutcomeNames = {"not ended", "complete", "refused"};
 
 // Unknown: it was deleted, or its deletion failed, so it was stale; the record that says how is missing.
-enum class DiskState { Healthy, Removed, Changed, NotConnected, Unknown, NotQuestioned, LeftOut };
+enum class DiskCondition { Healthy, Removed, Changed, NotConnected, Unknown, NotQuestioned, LeftOut };
 inline constexpr std::array<const char *, 7> kStateNames = {"healthy", "removed",        "changed", "not connected",
                                                             "unknown", "not questioned", "left out"};
 
@@ -27,11 +27,11 @@ struct Disk {
     std::string_view product;
     std::string_view wwn;     // that the kernel held
     std::string_view wwnNow;  // of a changed disk
-    DiskState state = DiskState::Healthy;
+    DiskCondition state = DiskCondition::Healthy;
     std::string reason;  // why it was left out, or the queries to it that failed
     DiskAction action = DiskAction::None;
 
-    [[nodiscard]] bool IsStale() const { return state >= DiskState::Removed && state <= DiskState::Unknown; }
+    [[nodiscard]] bool IsStale() const { return state >= DiskCondition::Removed && state <= DiskCondition::Unknown; }
 };
 
 // A query that failed, on one of these disks, or, where there are none, on any.

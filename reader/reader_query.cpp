@@ -56,7 +56,7 @@ void AssignInquiries(Run &run, const std::vector<std::size_t> &session, std::spa
 {
     std::vector<std::size_t> asked;
     std::copy_if(session.begin(), session.end(), std::back_inserter(asked), [&run](std::size_t disk) {
-        return run.disks[disk].state != DiskState::Removed && run.disks[disk].state != DiskState::Changed;
+        return run.disks[disk].state != DiskCondition::Removed && run.disks[disk].state != DiskCondition::Changed;
     });
     std::vector<std::size_t> last(failed.size());
     std::size_t end = asked.size();

@@ -100,7 +100,7 @@ void LeaveOut(Run &run, std::string_view address, std::string_view message)
     Disk &disk = run.leftOut.emplace_back();
     disk.address = address;
     disk.node = READER_Between(message, "sg{", "}");
-    disk.state = DiskState::LeftOut;
+    disk.state = DiskCondition::LeftOut;
     disk.reason = READER_Shown(message);
 }
 
@@ -177,7 +177,7 @@ void TellStale(Telling &telling, const LogRecord &record)
     }
     telling.run.checked = true;
     Disk &disk = DiskAt(telling, address);
-    disk.state = isChanged ? DiskState::Changed : isRemoved ? DiskState::Removed : DiskState::NotConnected;
+    disk.state = isChanged ? DiskCondition::Changed : isRemoved ? DiskCondition::Removed : DiskCondition::NotConnected;
     if (isChanged) {
         disk.wwn = READER_Between(record.message, " [", " -> ");
         disk.wwnNow = READER_Between(record.message, " -> ", "]\n");
@@ -290,7 +290,7 @@ void CountSessions(Run &run)
         if (isNew) {
             sessions.push_back(found->first);
         }
-        found->second += disk.state == DiskState::Removed ? 0 : 1;
+        found->second += disk.state == DiskCondition::Removed ? 0 : 1;
     }
     // The records of their creation may be missing.
     run.sessions = std::max(run.sessions, sessions.size());
@@ -306,10 +306,10 @@ void Conclude(Telling &telling)
     run.end = READER_Shown(telling.end);
     READER_AssignQueries(telling.queries, run);
     for (Disk &disk : run.disks) {
-        if (disk.state == DiskState::Healthy && disk.action != DiskAction::None) {
-            disk.state = DiskState::Unknown;
-        } else if (disk.state == DiskState::Healthy && !disk.reason.empty()) {
-            disk.state = DiskState::NotQuestioned;
+        if (disk.state == DiskCondition::Healthy && disk.action != DiskAction::None) {
+            disk.state = DiskCondition::Unknown;
+        } else if (disk.state == DiskCondition::Healthy && !disk.reason.empty()) {
+            disk.state = DiskCondition::NotQuestioned;
         }
         if (disk.IsStale() && disk.action == DiskAction::None && run.answer == false) {
             disk.action = DiskAction::Kept;
@@ -320,7 +320,7 @@ void Conclude(Telling &telling)
 
 }  // namespace
 
-Run READER_Tell(const RunText &text)
+Run READER_Reconstruct(const RunText &text)
 {
     Telling telling;
     telling.run.number = text.number;

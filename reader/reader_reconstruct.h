@@ -5,4 +5,4 @@
 #include "reader_split.h"
 
 // Makes out what the run with these records did; they must stay as long as the result.
-[[nodiscard]] Run READER_Tell(const RunText &text);
+[[nodiscard]] Run READER_Reconstruct(const RunText &text);

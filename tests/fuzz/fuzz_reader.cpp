@@ -17,7 +17,7 @@ void Run(std::string_view input)
     RunStream runs;
     runs.log.file = fmemopen(const_cast<char *>(input.data()), input.size(), "rb");
     for (RunText records; runs.log.file != nullptr && READER_NextRun(runs, records);) {
-        const struct Run run = READER_Tell(records);
+        const struct Run run = READER_Reconstruct(records);
         std::FILE *out = fmemopen(text.data(), text.size(), "wb");
         READER_BeginJson(out);
         READER_RunToJson(out, run, true);
