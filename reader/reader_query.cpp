@@ -50,34 +50,69 @@ void LeaveUnassigned(Run &run, const std::string &message, std::span<const std::
     run.unassigned.push_back({message, {disks.begin(), disks.end()}});
 }
 
-// Assigns the failed INQUIRYs of a session: each is another disk's, in the order of the disks that were asked. So it is
-// one between the first that leaves enough for those before it and the last that leaves enough for those behind it.
-void AssignInquiries(Run &run, const std::vector<std::size_t> &session, std::span<const FailedQuery> failed)
+// The disks of a session that an INQUIRY may have failed on: those that were asked and did not answer.
+std::vector<std::size_t> SuspectsOf(const Run &run, const std::vector<std::size_t> &session)
 {
-    std::vector<std::size_t> asked;
-    std::copy_if(session.begin(), session.end(), std::back_inserter(asked), [&run](std::size_t disk) {
+    std::vector<std::size_t> suspects;
+    std::copy_if(session.begin(), session.end(), std::back_inserter(suspects), [&run](std::size_t disk) {
         return run.disks[disk].state != DiskCondition::Removed && run.disks[disk].state != DiskCondition::Changed;
     });
-    std::vector<std::size_t> last(failed.size());
-    std::size_t end = asked.size();
-    for (std::size_t i = failed.size(); i-- > 0; last[i] = --end) {
-        while (end > 0 && failed[i].disk && failed[i].disk != asked[end - 1]) {
+    return suspects;
+}
+
+// For each failure the last suspect that leaves enough suspects for the failures after it, as indices in `suspects`.
+// Nothing where there are more failures than suspects.
+std::optional<std::vector<std::size_t>> LatestOf(std::span<const FailedQuery> failed,
+                                                 const std::vector<std::size_t> &suspects)
+{
+    std::vector<std::size_t> latest(failed.size());
+    std::size_t end = suspects.size();  // of the suspects that are left
+    for (std::size_t i = failed.size(); i > 0; --i) {
+        const std::optional<std::size_t> named = failed[i - 1].disk;
+        while (named && end > 0 && suspects[end - 1] != *named) {
             --end;
         }
         if (end == 0) {
-            // More failed than were asked.
-            std::for_each(failed.begin(), failed.end(),
-                          [&run, &session](const FailedQuery &query) { LeaveUnassigned(run, query.message, session); });
-            return;
+            return std::nullopt;
         }
+        --end;
+        latest[i - 1] = end;
     }
-    std::size_t first = 0;
-    for (std::size_t i = 0; i < failed.size(); ++i, ++first) {
-        first = failed[i].disk ? last[i] : first;
-        if (first == last[i]) {
-            Assign(run, asked[first], failed[i].message);
+    return latest;
+}
+
+// For each failure the first suspect that leaves enough suspects for the failures before it.
+std::vector<std::size_t> EarliestOf(std::span<const FailedQuery> failed, const std::vector<std::size_t> &latest)
+{
+    std::vector<std::size_t> earliest(failed.size());
+    std::size_t next = 0;
+    for (std::size_t i = 0; i < failed.size(); ++i) {
+        earliest[i] = failed[i].disk ? latest[i] : next;
+        next = earliest[i] + 1;
+    }
+    return earliest;
+}
+
+// Assigns the failed INQUIRYs of a session. Failures come in query order, at most one per disk, so each has an earliest
+// and a latest disk. For example, two INQUIRYs to the disks 1, 2 and 3 failed, and the second one names disk 3: the
+// first one failed on 1 or 2. If it is one of four disks that failed without a name, it can be any of the four.
+void AssignInquiries(Run &run, const std::vector<std::size_t> &session, std::span<const FailedQuery> failed)
+{
+    const std::vector<std::size_t> suspects = SuspectsOf(run, session);
+    const auto latest = LatestOf(failed, suspects);
+    if (!latest) {
+        for (const FailedQuery &query : failed) {
+            LeaveUnassigned(run, query.message, session);
+        }
+        return;
+    }
+    const std::vector<std::size_t> earliest = EarliestOf(failed, *latest);
+    for (std::size_t i = 0; i < failed.size(); ++i) {
+        const std::size_t count = (*latest)[i] + 1 - earliest[i];
+        if (count == 1) {
+            Assign(run, suspects[earliest[i]], failed[i].message);
         } else {
-            LeaveUnassigned(run, failed[i].message, std::span(asked).subspan(first, last[i] + 1 - first));
+            LeaveUnassigned(run, failed[i].message, std::span(suspects).subspan(earliest[i], count));
         }
     }
 }
@@ -109,9 +144,10 @@ void READER_FileDisk(Queries &queries, const Disk &disk, std::size_t index)
 
 void READER_LunsAnswered(Queries &queries, std::string_view session)
 {
+    const bool isEntered = EnterSession(queries);
     const auto named = queries.sessionOf.find(session);
-    queries.isOrdered = EnterSession(queries) && named != queries.sessionOf.end() && named->second == queries.session &&
-                        queries.isOrdered;
+    const bool isThis = named != queries.sessionOf.end() && named->second == queries.session;
+    queries.isOrdered = queries.isOrdered && isEntered && isThis;
     queries.hasLuns = true;
 }
 
@@ -119,7 +155,8 @@ void READER_LunsFailed(Queries &queries, std::string_view message)
 {
     std::optional<std::size_t> disk;
     if (EnterSession(queries)) {
-        disk = queries.sessions[queries.session][queries.lunFailures++];
+        disk = queries.sessions[queries.session][queries.lunFailures];
+        ++queries.lunFailures;
     }
     const auto named = NamedDisk(queries, message);
     queries.isOrdered = queries.isOrdered && disk && (!named || *named == *disk);

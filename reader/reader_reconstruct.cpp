@@ -5,13 +5,14 @@
 #include <unordered_map>
 #include <utility>
 
+#include "reader_event.h"
 #include "reader_query.h"
 #include "reader_text.h"
 
 namespace {
 
 // A run whose records are being read. The texts are views into them.
-struct Telling {
+struct Reconstruction {
     Run run;
     Queries queries;
     std::unordered_map<std::string_view, std::size_t> diskOf;   // indices in Run::disks, by address
@@ -22,44 +23,24 @@ struct Telling {
 };
 
 // The filed disk with that address. One that is not filed, because records are missing, is added.
-Disk &DiskAt(Telling &telling, std::string_view address)
+Disk &DiskAt(Reconstruction &partial, std::string_view address)
 {
-    const auto [found, isNew] = telling.diskOf.try_emplace(address, telling.run.disks.size());
+    const auto [found, isNew] = partial.diskOf.try_emplace(address, partial.run.disks.size());
     if (isNew) {
-        telling.run.disks.emplace_back().address = address;
+        partial.run.disks.emplace_back().address = address;
     }
-    return telling.run.disks[found->second];
+    return partial.run.disks[found->second];
 }
 
-void TellCourse(Telling &telling, const LogRecord &record)
+void Refuse(Run &run, const char *reason)
 {
-    constexpr std::array<std::pair<std::string_view, const char *>, 3> kRefusals = {
-        {{"WARN: please exit", "not root"}, {"WARN: there is", "another copy"}, {"WARN: input param", "options"}}};
-    Run &run = telling.run;
-    for (const auto &[message, refusal] : kRefusals) {
-        if (record.message.starts_with(message)) {
-            run.outcome = Outcome::Refused;
-            run.refusal = refusal;
-            run.checked = false;
-        }
-    }
-    if (record.message.starts_with("init vd config fail!")) {
-        run.listLoaded = false;
-        run.checked = false;
-    } else if (record.message.starts_with("vdRescan_plus end.")) {
-        run.outcome = Outcome::Complete;
-    }
-}
-
-void TellTargets(Telling &telling, const LogRecord &record)
-{
-    if (record.level == LogLevel::Error) {
-        telling.run.inventoryErrors.push_back(READER_Shown(record.message));
-    }
+    run.outcome = Outcome::Refused;
+    run.refusal = reason;
+    run.checked = false;
 }
 
 // "create scsi disk{h:c:t:l, vendor, product, wwn, node} finish."
-void TellFiledDisk(Telling &telling, std::string_view message)
+void FileDisk(Reconstruction &partial, std::string_view message)
 {
     constexpr std::string_view kComma = ", ";
     const std::string_view fields = READER_Between(message, "{", "} finish.\n");
@@ -71,9 +52,9 @@ void TellFiledDisk(Telling &telling, std::string_view message)
     if (product == std::string_view::npos || product >= wwn || wwn >= node || !READER_IsAddress(address)) {
         return;
     }
-    const std::size_t index = telling.run.disks.size();
-    Disk &disk = DiskAt(telling, address);
-    if (index == telling.run.disks.size()) {
+    const std::size_t index = partial.run.disks.size();
+    Disk &disk = DiskAt(partial, address);
+    if (index == partial.run.disks.size()) {
         return;  // it is filed already
     }
     const auto field = [fields, kComma](std::size_t comma, std::size_t end) {
@@ -83,7 +64,7 @@ void TellFiledDisk(Telling &telling, std::string_view message)
     disk.product = field(product, wwn);
     disk.wwn = field(wwn, node);
     disk.node = field(node, fields.size());
-    READER_FileDisk(telling.queries, disk, index);
+    READER_FileDisk(partial.queries, disk, index);
 }
 
 // The address in "path{DIRECTORY/h:c:t:l}" or "full name{DIRECTORY/h:c:t:l/generic}"; empty without one.
@@ -105,9 +86,9 @@ void LeaveOut(Run &run, std::string_view address, std::string_view message)
 }
 
 // "scsi disk{h:c:t:l} isn't support with vendor{vendor} product{product}."
-void CountOther(Telling &telling, std::string_view message)
+void CountOther(Reconstruction &partial, std::string_view message)
 {
-    Run &run = telling.run;
+    Run &run = partial.run;
     ++run.disksOfOthers;
     constexpr std::string_view kBetween = "} product{";
     const std::string_view names = READER_Between(message, " vendor{", "}.\n");
@@ -115,165 +96,160 @@ void CountOther(Telling &telling, std::string_view message)
     if (between == std::string_view::npos) {
         return;
     }
-    const auto [found, isNew] = telling.otherOf.try_emplace(names, run.others.size());
+    const auto [found, isNew] = partial.otherOf.try_emplace(names, run.others.size());
     if (isNew) {
         run.others.push_back({names.substr(0, between), names.substr(between + kBetween.size())});
     }
     ++run.others[found->second].disks;
 }
 
-void TellDisk(Telling &telling, const LogRecord &record)
-{
-    const std::string_view message = record.message;
-    telling.run.checked = true;
-    if (message.starts_with("create scsi disk{")) {
-        TellFiledDisk(telling, message);
-    } else if (message.starts_with("create scsi session{")) {
-        ++telling.run.sessions;
-    } else if (message.starts_with("scsi disk get product fail")) {
-        telling.withoutProduct = AddressIn(message);
-    } else if (record.level == LogLevel::Error) {
-        LeaveOut(telling.run, AddressIn(message), message);
-    } else if (const std::string_view address = READER_Between(message, "scsi disk{", "}");
-               !address.empty() && address == telling.withoutProduct) {
-        // With its product it may be supported.
-        LeaveOut(telling.run, address, "its product could not be read");
-    } else {
-        CountOther(telling, message);
-    }
-}
-
-void TellDiskClass(Telling &telling, const LogRecord &record)
-{
-    telling.run.checked = true;
-    TellTargets(telling, record);
-}
-
-void TellLuns(Telling &telling, const LogRecord &record)
-{
-    telling.run.checked = true;
-    const std::string_view session = READER_Between(record.message, "session{", "}");
-    if (record.level == LogLevel::Error) {
-        READER_LunsFailed(telling.queries, record.message);
-    } else if (!session.empty()) {  // others hold the LUNs themselves
-        READER_LunsAnswered(telling.queries, session);
-    }
-}
-
-void TellInquiry(Telling &telling, const LogRecord &record)
-{
-    telling.run.checked = true;
-    READER_InquiryFailed(telling.queries, record.message);
-}
-
 // A line of the report, if it names a disk: "    h:c:t:l", of a changed one with " [old name -> new name]".
-void TellStale(Telling &telling, const LogRecord &record)
+void MarkStale(Reconstruction &partial, DiskCondition state, std::string_view message)
 {
-    const bool isChanged = record.function == "SCAN_PrintRemapped";
-    const bool isRemoved = record.function == "SCAN_PrintRemoved";
-    const std::string_view address = READER_Between(record.message, "    ", isChanged ? " [" : "\n");
+    const bool isChanged = state == DiskCondition::Changed;
+    const std::string_view address = READER_Between(message, "    ", isChanged ? " [" : "\n");
     if (!READER_IsAddress(address)) {
         return;
     }
-    telling.run.checked = true;
-    Disk &disk = DiskAt(telling, address);
-    disk.state = isChanged ? DiskCondition::Changed : isRemoved ? DiskCondition::Removed : DiskCondition::NotConnected;
+    Disk &disk = DiskAt(partial, address);
+    disk.state = state;
     if (isChanged) {
-        disk.wwn = READER_Between(record.message, " [", " -> ");
-        disk.wwnNow = READER_Between(record.message, " -> ", "]\n");
+        disk.wwn = READER_Between(message, " [", " -> ");
+        disk.wwnNow = READER_Between(message, " -> ", "]\n");
     }
 }
 
-void TellQuestion(Telling &telling, const LogRecord & /*record*/)
+// "    delete h:c:t:l success.", or with "fail."
+void MarkDeleted(Reconstruction &partial, std::string_view message)
 {
-    telling.run.checked = true;
-    telling.run.asked = true;
-}
-
-void TellDeletion(Telling &telling, const LogRecord &record)
-{
-    telling.run.checked = true;
-    telling.run.answer = telling.run.asked ? std::optional(true) : std::nullopt;
-    const std::string_view address = READER_Between(record.message, "    delete ", " ");
-    const bool isDeleted = record.message.ends_with(" success.\n");
-    if (READER_IsAddress(address) && (isDeleted || record.message.ends_with(" fail.\n"))) {
-        DiskAt(telling, address).action = isDeleted ? DiskAction::Deleted : DiskAction::Failed;
+    const std::string_view address = READER_Between(message, "    delete ", " ");
+    const bool isDeleted = message.ends_with(" success.\n");
+    if (READER_IsAddress(address) && (isDeleted || message.ends_with(" fail.\n"))) {
+        DiskAt(partial, address).action = isDeleted ? DiskAction::Deleted : DiskAction::Failed;
     }
 }
 
-// The rescans begin. Nothing was deleted before, unless its record is missing.
-void TellRescans(Telling &telling, const LogRecord & /*record*/)
+// "scsi disk{h:c:t:l} isn't support with vendor{vendor} product{product}."
+void NoteUnsupported(Reconstruction &partial, std::string_view message)
 {
-    if (telling.run.asked && !telling.run.answer && telling.run.isWhole) {
-        telling.run.answer = false;
+    const std::string_view address = READER_Between(message, "scsi disk{", "}");
+    if (!address.empty() && address == partial.withoutProduct) {
+        // With its product it may be supported.
+        LeaveOut(partial.run, address, "its product could not be read");
+    } else {
+        CountOther(partial, message);
     }
 }
 
-// "    scan host2 ", which "success." or "fail." follows.
-void TellRescan(Telling &telling, const LogRecord &record)
+// "    scan host2 ". The host or controller counts as not rescanned until "success." follows; the run may have ended
+// here.
+void BeginRescan(std::vector<std::string> &notRescanned, std::string_view message)
 {
-    Run &run = telling.run;
-    const bool isHost = record.function == "SCAN_ScanScsiHost";
-    std::vector<std::string> &failed = isHost ? run.hostsNotRescanned : run.controllersNotRescanned;
-    if (record.message.starts_with("    scan ")) {
-        // Until it is known to be rescanned, it is not; the run may have ended there.
-        failed.push_back(READER_Shown(READER_Between(record.message, "    scan ", " ")));
-    } else if (record.message.starts_with("success.") && !failed.empty()) {
-        failed.pop_back();
-        ++(isHost ? run.hostsRescanned : run.controllersRescanned);
+    notRescanned.push_back(READER_Shown(READER_Between(message, "    scan ", " ")));
+}
+
+void EndRescan(std::vector<std::string> &notRescanned, std::size_t &rescanned)
+{
+    if (!notRescanned.empty()) {
+        notRescanned.pop_back();
+        ++rescanned;
     }
 }
 
-// By the function that writes the records.
-using Teller = std::pair<std::string_view, void (*)(Telling &telling, const LogRecord &record)>;
-
-constexpr std::array<Teller, 29> kTellers = {{
-    {"SCAN_Init", TellCourse},
-    {"main", TellCourse},
-    {"SCAN_GetAllScanTargets", TellTargets},
-    {"SCAN_HandUdevScsiHost", TellTargets},
-    {"SCAN_CreateScsiHost", TellTargets},
-    {"SCAN_CreateNvmeCtrl", TellTargets},
-    {"SCAN_GetAllScsiDisk", TellDiskClass},
-    {"SCAN_HandUdevScsiDisk", TellDisk},
-    {"SCAN_CreateScsiDisk", TellDisk},
-    {"SCAN_InitScsiDisk", TellDisk},
-    {"SCAN_GetScsiDiskWwid", TellDisk},
-    {"SCAN_GetScsiDiskSgName", TellDisk},
-    {"SCAN_SessionLookupCreate", TellDisk},
-    {"SCAN_ReportLun", TellLuns},
-    {"SCAN_IssueReportLun", TellLuns},
-    {"SCAN_ParseReportLunids", TellLuns},
-    {"SCAN_PrintLunIds", TellLuns},
-    {"SCAN_GetDiskWwn", TellInquiry},
-    {"SCAN_IusseInquiry0x83", TellInquiry},
-    {"SCAN_ParseDiskWwn", TellInquiry},
-    {"SCAN_PrintNoConnect", TellStale},
-    {"SCAN_PrintRemoved", TellStale},
-    {"SCAN_PrintRemapped", TellStale},
-    {"SCAN_DeleteChangeMap", TellQuestion},
-    {"SCAN_ReadUserYesOrNo", TellQuestion},
-    {"SCAN_DeleteChangeDisk", TellDeletion},
-    {"SCAN_ScanAllScsiHost", TellRescans},
-    {"SCAN_ScanScsiHost", TellRescan},
-    {"SCAN_ScanNvmeCtrl", TellRescan},
-}};
-
-void Tell(Telling &telling, const LogRecord &record)
+// Events of start-up, options, targets and rescans.
+void ApplyToCourse(Run &run, Event event, std::string_view message)
 {
-    Run &run = telling.run;
-    telling.start = telling.start.empty() ? record.time : telling.start;
-    telling.end = record.time;
-    const auto *teller = std::find_if(kTellers.begin(), kTellers.end(),
-                                      [&record](const Teller &known) { return known.first == record.function; });
-    if (teller == kTellers.end()) {
-        return;
+    switch (event) {
+        case Event::NotRoot:
+            return Refuse(run, "not root");
+        case Event::AnotherCopy:
+            return Refuse(run, "another copy");
+        case Event::WrongOptions:
+            return Refuse(run, "options");
+        case Event::ListNotLoaded:
+            run.listLoaded = false;
+            run.checked = false;
+            return;
+        case Event::NotListed:
+        case Event::DisksNotListed:
+            run.inventoryErrors.push_back(READER_Shown(message));
+            return;
+        case Event::RescansBegan:
+            // Nothing was deleted before, unless its record is missing.
+            if (run.asked && !run.answer && run.isWhole) {
+                run.answer = false;
+            }
+            return;
+        case Event::HostRescan:
+            return BeginRescan(run.hostsNotRescanned, message);
+        case Event::HostRescanned:
+            return EndRescan(run.hostsNotRescanned, run.hostsRescanned);
+        case Event::ControllerRescan:
+            return BeginRescan(run.controllersNotRescanned, message);
+        case Event::ControllerRescanned:
+            return EndRescan(run.controllersNotRescanned, run.controllersRescanned);
+        case Event::Ended:
+            run.outcome = Outcome::Complete;
+            return;
+        default:
+            return;
     }
-    teller->second(telling, record);
+}
+
+// Events of the check for stale disks and of deletions.
+void ApplyToDisks(Reconstruction &partial, Event event, std::string_view message)
+{
+    switch (event) {
+        case Event::SessionFiled:
+            ++partial.run.sessions;
+            return;
+        case Event::DiskFiled:
+            return FileDisk(partial, message);
+        case Event::ProductUnknown:
+            partial.withoutProduct = AddressIn(message);
+            return;
+        case Event::NotSupported:
+            return NoteUnsupported(partial, message);
+        case Event::LeftOut:
+            return LeaveOut(partial.run, AddressIn(message), message);
+        case Event::LunsAnswered:
+            return READER_LunsAnswered(partial.queries, READER_Between(message, "session{", "}"));
+        case Event::LunsFailed:
+            return READER_LunsFailed(partial.queries, message);
+        case Event::InquiryFailed:
+            return READER_InquiryFailed(partial.queries, message);
+        case Event::NotConnected:
+            return MarkStale(partial, DiskCondition::NotConnected, message);
+        case Event::Removed:
+            return MarkStale(partial, DiskCondition::Removed, message);
+        case Event::Changed:
+            return MarkStale(partial, DiskCondition::Changed, message);
+        case Event::Asked:
+            partial.run.asked = true;
+            return;
+        case Event::DeletionsBegan:
+        case Event::Deletion:
+            partial.run.answer = partial.run.asked ? std::optional(true) : std::nullopt;
+            return MarkDeleted(partial, message);
+        default:
+            return;
+    }
+}
+
+void Apply(Reconstruction &partial, const LogRecord &record)
+{
+    const Event event = READER_EventOf(record);
+    partial.start = partial.start.empty() ? record.time : partial.start;
+    partial.end = record.time;
     // The start-up would have recorded a list that could not be loaded.
-    if (record.function != "SCAN_Init" && !run.listLoaded && run.isWhole) {
-        run.listLoaded = true;
+    if (event > Event::ListNotLoaded && !partial.run.listLoaded && partial.run.isWhole) {
+        partial.run.listLoaded = true;
     }
+    if (event >= Event::DisksNotListed && event <= Event::Deletion) {
+        partial.run.checked = true;
+    }
+    ApplyToCourse(partial.run, event, record.message);
+    ApplyToDisks(partial, event, record.message);
 }
 
 std::string_view SessionOf(std::string_view address)
@@ -299,12 +275,12 @@ void CountSessions(Run &run)
 }
 
 // What follows only from all records together.
-void Conclude(Telling &telling)
+void Conclude(Reconstruction &partial)
 {
-    Run &run = telling.run;
-    run.start = READER_Shown(telling.start);
-    run.end = READER_Shown(telling.end);
-    READER_AssignQueries(telling.queries, run);
+    Run &run = partial.run;
+    run.start = READER_Shown(partial.start);
+    run.end = READER_Shown(partial.end);
+    READER_AssignQueries(partial.queries, run);
     for (Disk &disk : run.disks) {
         if (disk.state == DiskCondition::Healthy && disk.action != DiskAction::None) {
             disk.state = DiskCondition::Unknown;
@@ -322,16 +298,16 @@ void Conclude(Telling &telling)
 
 Run READER_Reconstruct(const RunText &text)
 {
-    Telling telling;
-    telling.run.number = text.number;
-    telling.run.isWhole = text.isWhole;
+    Reconstruction partial;
+    partial.run.number = text.number;
+    partial.run.isWhole = text.isWhole;
     RecordText rest = {text.text};
     for (LogRecord record; READER_TakeRecord(rest, record);) {
         // Behind its last line end may stand the torn beginning of another record.
         const std::size_t lineEnd = record.message.rfind('\n');
         record.message = record.message.substr(0, lineEnd == std::string_view::npos ? lineEnd : lineEnd + 1);
-        Tell(telling, record);
+        Apply(partial, record);
     }
-    Conclude(telling);
-    return std::move(telling.run);
+    Conclude(partial);
+    return std::move(partial.run);
 }

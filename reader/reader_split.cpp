@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "reader_event.h"
 #include "reader_text.h"
 
 namespace {
@@ -10,22 +11,22 @@ namespace {
 constexpr std::size_t kMaxOpen = 1000;                   // runs that wait for the end of one that began earlier
 constexpr std::size_t kMaxText = std::size_t{64} << 20;  // bytes of their records
 
-// The phase in which a run is after the record.
-RunPhase PhaseAfter(const LogRecord &record)
+// The phase in which a run is after the event.
+RunPhase PhaseAfter(Event event)
 {
-    const auto is = [&record](std::string_view function, std::string_view message) {
-        return record.function == function && record.message.starts_with(message);
-    };
-    if (is("SCAN_CheckOnlyOneRun", "can't ")) {
-        return RunPhase::LockFailed;
+    switch (event) {
+        case Event::Started:
+            return RunPhase::Started;
+        case Event::LockFailed:
+            return RunPhase::LockFailed;
+        case Event::NotRoot:
+        case Event::AnotherCopy:
+            return RunPhase::Refused;
+        case Event::Ended:
+            return RunPhase::Over;
+        default:
+            return RunPhase::Working;
     }
-    if (is("SCAN_Init", "WARN: ")) {
-        return RunPhase::Refused;
-    }
-    if (is("main", "vdRescan_plus end.")) {
-        return RunPhase::Over;
-    }
-    return is("SCAN_Init", "vdRescan_plus start") ? RunPhase::Started : RunPhase::Working;
 }
 
 bool IsOver(RunPhase phase)
@@ -80,11 +81,11 @@ void EndOthers(RunStream &runs, const OpenRun &owner, RunPhase phase)
 
 void File(RunStream &runs, const LogRecord &record)
 {
-    const RunPhase phase = PhaseAfter(record);
+    const Event event = READER_EventOf(record);
+    const RunPhase phase = PhaseAfter(event);
     OpenRun &owner = OwnerOf(runs, record, phase);
     EndOthers(runs, owner, phase);
-    const bool isRefusal = record.level == LogLevel::Warn && record.function == "main";  // of its options
-    owner.run.isRefused = owner.run.isRefused || isRefusal || phase == RunPhase::Refused;
+    owner.run.isRefused = owner.run.isRefused || event == Event::WrongOptions || phase == RunPhase::Refused;
     owner.phase = phase;
     owner.expected = record.sequence < INT32_MAX ? record.sequence + 1 : record.sequence;
     if (owner.run.text.size() + record.whole.size() <= kMaxText) {

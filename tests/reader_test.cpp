@@ -10,6 +10,7 @@
 #include <stdexcept>
 
 #include "command.h"
+#include "reader_event.h"
 #include "reader_time.h"
 
 using namespace machine;
@@ -217,6 +218,27 @@ TEST_F(MachineTest, ReaderKnowsTheRunAtWork)
               Read("--check"));
     (void)close(fd);  // gives the lock back
     EXPECT_NE(std::string::npos, Read("").find("not ended.\nIt was stopped.\n"));
+}
+
+// A record function or a message that is renamed in scan/ alone would no longer be recognised.
+TEST(ReaderTest, KnowsTheMessagesOfTheCommand)
+{
+    std::string sources;
+    for (const auto &entry : std::filesystem::directory_iterator(kTests.parent_path() / "scan")) {
+        if (entry.path().extension() == ".cpp") {
+            sources += Content(entry.path().string());
+        }
+    }
+    for (const EventRow &row : READER_EventRows()) {
+        // The definition begins at the left margin and ends with the first brace there.
+        const std::regex definition("\n[^ \n][^\n;]* " + std::string(row.function) + R"(\([^;{]*\)\n\{)");
+        std::smatch found;
+        ASSERT_TRUE(std::regex_search(sources, found, definition)) << row.function;
+        const std::string rest = found.suffix();
+        const std::string body = rest.substr(0, rest.find("\n}\n"));
+        EXPECT_NE(std::string::npos, body.find("\"" + std::string(row.beginning)))
+            << row.function << ": " << row.beginning;
+    }
 }
 
 // Local times, with and without summer time, and in the hour that the clock goes through twice.
