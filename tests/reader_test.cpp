@@ -231,7 +231,7 @@ TEST(ReaderTest, KnowsTheMessagesOfTheCommand)
     }
     for (const EventRow &row : READER_EventRows()) {
         // The definition begins at the left margin and ends with the first brace there.
-        const std::regex definition("\n[^ \n][^\n;]* " + std::string(row.function) + R"(\([^;{]*\)\n\{)");
+        const std::regex definition("\n[^ \n][^\n;]*[ *]" + std::string(row.function) + R"(\([^;{]*\)\n\{)");
         std::smatch found;
         ASSERT_TRUE(std::regex_search(sources, found, definition)) << row.function;
         const std::string rest = found.suffix();
