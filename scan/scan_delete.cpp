@@ -126,7 +126,8 @@ void SCAN_DeleteChangeDisk()
             if (!isStale) {
                 continue;
             }
-            if (INTF_UTIL_Write(disk.devPath, "delete", "1", 1) >= 1) {
+            // A disk that has taken the place of the filed one was never questioned.
+            if (INTF_UTIL_Write(disk.devPath, "delete", "1", 1, disk.inode) >= 1) {
                 SCAN_Print(LogLevel::Info, "    delete %u:%u:%u:%u success.\n", disk.host, disk.channel, disk.target,
                            disk.lun);
             } else {

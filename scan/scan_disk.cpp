@@ -159,6 +159,8 @@ void SCAN_CreateScsiDisk(const char *name, const char *directory)
     disk->channel = channel;
     disk->target = target;
     disk->lun = lun;
+    // First: what is read below then belongs to this directory, or to one that took its place and is left alone.
+    disk->inode = INTF_UTIL_Inode(disk->devPath);
     if (SCAN_InitScsiDisk(*disk) != RET_OK || SCAN_SessionAddDisk(*disk) != RET_OK) {
         return;
     }

@@ -49,6 +49,7 @@ struct ScsiDisk {
     char curWwn[kWwnLength + 1];  // the WWN read now, in lower case; empty until then
     char sgName[kSgNameSize];     // for example /dev/sg3
     char devPath[kPathSize];      // the SCSI device's sysfs directory
+    std::uint64_t inode;          // of that directory, before anything in it was read; 0 where it could not be read
 };
 
 // The sessions of g_sessionList, and the disks of a session, from the first to the last.

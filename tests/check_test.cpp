@@ -1,6 +1,7 @@
 // Exactly the stale disks are deleted, whatever the disks of a session answer.
 #include <algorithm>
 #include <cerrno>
+#include <filesystem>
 
 #include "command.h"
 #include "log.h"
@@ -72,13 +73,12 @@ void SetAnswers(const std::vector<DiskAnswers> &disks)
     }
 }
 
-// Finds, checks and deletes in this process. Returns what was written into attributes.
+// Checks and deletes in this process. Returns what was written into attributes.
 std::string DeletedDisks()
 {
     Remove(kWrites);
     g_removedDiskCount = 0;
     g_changedDiskCount = 0;
-    SCAN_GetAllScsiDisk();
     SCAN_CheckAllScsiSession();
     SCAN_DeleteChangeMap();
     SCAN_FreeAllScsiSession();
@@ -102,12 +102,28 @@ TEST_F(MachineTest, ExactlyTheStaleDisksAreDeleted)
                 disks[i] = AnswersOf(bits >> kBits * i);
             }
             SetAnswers(disks);
+            SCAN_GetAllScsiDisk();
             expected = StaleDisks(disks);
             deleted = DeletedDisks();
         }
     }
     (void)testing::internal::GetCapturedStdout();
     EXPECT_EQ(expected, deleted) << disks.size() << " disks, bits " << bits - 1;
+    UDEV_FreeProductList();
+}
+
+// It is found again while the run waits, and so was never asked.
+TEST_F(MachineTest, AnotherDiskInThePlaceOfAStaleOneStays)
+{
+    ASSERT_EQ(1, UDEV_InitConfig());
+    AddDisk({.hctl = Address(1), .isReported = false});
+    SCAN_GetAllScsiDisk();
+    std::filesystem::rename(DiskDir(Address(1)), "/sys/old");
+    Put(DiskDir(Address(1)) + "/delete", "");
+    testing::internal::CaptureStdout();
+    EXPECT_EQ("", DeletedDisks());
+    EXPECT_TRUE(testing::internal::GetCapturedStdout().ends_with("disk:\n    delete 2:0:0:1 fail.\n"));
+    EXPECT_EQ("SCAN SCAN_DeleteChangeDisk:     delete 2:0:0:1 fail.\n", RecordsAt("ERROR"));
     UDEV_FreeProductList();
 }
 

@@ -1,6 +1,7 @@
 #include "util_sysfs.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "log_syslog.h"
@@ -33,7 +34,8 @@ std::int32_t INTF_UTIL_Read(const char *directory, const char *file, char *buffe
     return count;
 }
 
-std::int32_t INTF_UTIL_Write(const char *directory, const char *file, const char *data, std::uint32_t length)
+std::int32_t INTF_UTIL_Write(const char *directory, const char *file, const char *data, std::uint32_t length,
+                             std::uint64_t inode)
 {
     char path[kPathSize] = {};
     if (sprintf_s(path, sizeof path - 1, "%s/%s", directory, file) == -1) {
@@ -45,9 +47,19 @@ std::int32_t INTF_UTIL_Write(const char *directory, const char *file, const char
         LOG_PrintUdev(LogLevel::Error, "open file{%s} failed!\n", path);
         return -1;
     }
+    // Only now: the open attribute belongs to one device for good, and a write fails once that device is deleted.
+    if (inode != 0 && INTF_UTIL_Inode(directory) != inode) {
+        return -1;
+    }
     const auto count = static_cast<std::int32_t>(write(fd.Get(), data, length));
     if (count < 0) {
         LOG_PrintUdev(LogLevel::Error, "write fail in file{%s} with ret{%d}.\n", path, count);
     }
     return count;
+}
+
+std::uint64_t INTF_UTIL_Inode(const char *directory)
+{
+    struct stat status = {};
+    return stat(directory, &status) == 0 ? status.st_ino : 0;
 }

@@ -28,7 +28,9 @@ extern "C" ssize_t __wrap_readlink(const char * /*path*/, char *buffer, std::siz
 extern "C" int __wrap_access(const char * /*path*/, int /*mode*/) { return 0; }
 
 // In place of the doors to sysfs and udev.
-std::int32_t INTF_UTIL_Write(const char *, const char *, const char *, std::uint32_t) { return -1; }
+std::int32_t INTF_UTIL_Write(const char *, const char *, const char *, std::uint32_t, std::uint64_t) { return -1; }
+
+std::uint64_t INTF_UTIL_Inode(const char *) { return 0; }
 
 std::int32_t INTF_UTIL_Read(const char * /*directory*/, const char *file, char *buffer, std::int32_t length)
 {
