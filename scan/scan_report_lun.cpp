@@ -114,7 +114,8 @@ ResultCode SCAN_ParseReportLunids(ScsiSession &session, const std::uint8_t *entr
 
 ResultCode SCAN_ReportLun(ScsiSession &session, const char *path)
 {
-    OwnedFd fd(SCAN_OpenNode(path));
+    // Any disk of the session knows its list.
+    OwnedFd fd(SCAN_OpenNode(path, {session.host, session.channel, session.target, std::nullopt}));
     if (!fd.IsOpen()) {
         SCAN_Record(LogLevel::Error, "open file{%s} fail!\n", path);
         return RET_OPEN_FAIL;

@@ -3,20 +3,65 @@
 #include <fcntl.h>
 #include <scsi/sg.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
 
+#include <cstring>
+
+#include "safestr_format.h"
 #include "safestr_memory.h"
+#include "safestr_scan.h"
 
 namespace {
 
 constexpr int kAttempts = 3;
 constexpr unsigned int kTimeoutMs = 10000;
 constexpr std::size_t kSenseSize = 32;
+constexpr std::size_t kDescriptionSize = 256;  // bytes of a path or link in /sys/dev/char, the terminator included
+
+// Reads where the kernel says that an open generic node belongs, such as "../../../2:0:0:1". Returns false where it
+// says nothing.
+bool ReadDescription(int fd, char (&link)[kDescriptionSize])
+{
+    char path[kDescriptionSize] = {};
+    struct stat status = {};
+    if (fstat(fd, &status) != 0 || !S_ISCHR(status.st_mode)) {
+        return false;
+    }
+    (void)sprintf_s(path, sizeof path - 1, "/sys/dev/char/%u:%u/device", major(status.st_rdev),
+                    minor(status.st_rdev));  // two numbers fit
+    return readlink(path, link, sizeof link - 1) > 0;
+}
+
+// The kernel gives the number of a node to no other disk while the node is open, so that an answer belongs to the disk
+// that this found.
+bool BelongsToAnother(int fd, const NodeOwner &owner)
+{
+    char link[kDescriptionSize] = {};
+    if (!ReadDescription(fd, link)) {
+        return false;
+    }
+    const char *slash = std::strrchr(link, '/');
+    std::uint32_t host = 0;
+    std::uint32_t channel = 0;
+    std::uint32_t target = 0;
+    unsigned long long lun = 0;
+    const char *address = slash == nullptr ? link : slash + 1;
+    return sscanf_s(address, "%u:%u:%u:%llu", &host, &channel, &target, &lun) != 4 || host != owner.host ||
+           channel != owner.channel || target != owner.target || (owner.lun.has_value() && lun != *owner.lun);
+}
 
 }  // namespace
 
-int SCAN_OpenNode(const char *path)
+int SCAN_OpenNode(const char *path, const NodeOwner &owner)
 {
-    return open(path, O_RDONLY | O_CLOEXEC);
+    const int fd = open(path, O_RDONLY | O_CLOEXEC);
+    if (fd >= 0 && BelongsToAnother(fd, owner)) {
+        (void)close(fd);  // nothing was written
+        return -1;
+    }
+    return fd;
 }
 
 SgResult SCAN_SendCommand(int fd, std::span<const std::uint8_t> command, std::span<std::uint8_t> response)

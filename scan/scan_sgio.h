@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <span>
 
 // What the last attempt of a command left behind. The transport's part counts as much as the device's: only where
@@ -25,8 +26,19 @@ struct SgResult {
 [[nodiscard]] SgResult SCAN_SendCommand(int fd, std::span<const std::uint8_t> command,
                                         std::span<std::uint8_t> response);
 
-// Opens the generic node `path`, not null, for commands; -1 when it cannot be opened.
-[[nodiscard]] int SCAN_OpenNode(const char *path);
+// Whom a generic node must belong to: the disk h:c:t:l or, without a LUN, any disk of the session h:c:t.
+struct NodeOwner {
+    std::uint32_t host;
+    std::uint32_t channel;
+    std::uint32_t target;
+    std::optional<std::uint32_t> lun;
+};
+
+// Opens the generic node `path`, not null, for commands to `owner`. -1 when it cannot be opened, or when the kernel
+// describes it as another disk's (the link /sys/dev/char/MAJOR:MINOR/device, whose last part is h:c:t:l): /dev/sg1 is
+// only a name, and passes to another disk while a run waits for a silent one. A node that the kernel does not describe
+// is taken as it is.
+[[nodiscard]] int SCAN_OpenNode(const char *path, const NodeOwner &owner);
 
 // Big-endian fields of SCSI command blocks and answers, as the command tables of SPC-5 have them.
 [[nodiscard]] constexpr std::uint16_t SCAN_ReadBe16(const std::uint8_t *bytes)

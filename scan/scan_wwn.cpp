@@ -67,7 +67,7 @@ ResultCode SCAN_ParseDiskWwn(ScsiDisk &disk, const std::uint8_t *descriptor, std
 
 ResultCode SCAN_GetDiskWwn(ScsiDisk &disk)
 {
-    OwnedFd fd(SCAN_OpenNode(disk.sgName));
+    OwnedFd fd(SCAN_OpenNode(disk.sgName, {disk.host, disk.channel, disk.target, disk.lun}));
     if (!fd.IsOpen()) {
         SCAN_Record(LogLevel::Error, "open file{%s} fail!\n", disk.sgName);
         return RET_OPEN_FAIL;

@@ -197,6 +197,7 @@ void AddDisk(const Disk &disk)
     Put(directory + "/delete", "");
     Link(directory + "/generic", "scsi_generic/" + node);
     Put("/dev/" + node, "");
+    Link("/sys/dev/char/21:" + node.substr(2) + "/device", "../../../" + disk.hctl);
 
     const std::string lunList = "sg.luns." + session;
     if (!fs::exists(g_root + "/dev/" + lunList)) {

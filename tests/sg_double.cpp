@@ -5,13 +5,18 @@
 // and the attempts counted from 1: a byte each for errno and the status of the device, the host and the driver, then
 // the data. Without such a file the command fails with EINVAL.
 //
+// `fstat` makes /dev/sg3 a character device with the number 21:3.
+//
 // `write` appends what it writes into an attribute to /run/writes: "2:0:0:3/delete 1".
 //
 // All system calls are direct and no memory is taken, so that a fault put into the command's calls never lands here.
 #include <fcntl.h>
+#include <linux/major.h>
 #include <scsi/sg.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -78,13 +83,14 @@ void Record(const char *node, int flags, const sg_io_hdr &header)
     Append(path, line);
 }
 
+unsigned int NumberOf(const char *node) { return static_cast<unsigned int>(std::atoi(node + std::strlen("/dev/sg"))); }
+
 // Opens the answer to this attempt of the command; negative where there is none.
 int OpenAnswer(const char *node, int opcode)
 {
     static int attempts[kMaxNodes][kOpcodes];
     char path[600];
-    const int number = std::atoi(node + std::strlen("/dev/sg")) % kMaxNodes;
-    (void)snprintf(path, sizeof path, "%s.%02x.%d", node, opcode, ++attempts[number][opcode]);
+    (void)snprintf(path, sizeof path, "%s.%02x.%d", node, opcode, ++attempts[NumberOf(node) % kMaxNodes][opcode]);
     const int answer = Open(path, O_RDONLY);
     if (answer >= 0) {
         return answer;
@@ -124,6 +130,18 @@ extern "C" int ioctl(int fd, unsigned long request, ...) noexcept
     // Programs beside the command may want other requests.
     return request == SG_IO ? Answer(fd, *static_cast<sg_io_hdr *>(argument))
                             : static_cast<int>(syscall(SYS_ioctl, fd, request, argument));
+}
+
+extern "C" int fstat(int fd, struct stat *status) noexcept
+{
+    const long result = syscall(SYS_fstat, fd, status);
+    char path[512];
+    PathOf(fd, path);
+    if (result == 0 && std::strncmp(path, "/dev/sg", 7) == 0) {
+        status->st_mode = S_IFCHR | 0600;
+        status->st_rdev = makedev(SCSI_GENERIC_MAJOR, NumberOf(path));
+    }
+    return static_cast<int>(result);
 }
 
 extern "C" ssize_t write(int fd, const void *data, size_t size)
