@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <libudev.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -75,6 +76,10 @@ bool Fails(const char *what = "", int fd = -1, const char *function = __builtin_
     if (g_order.error == kKill) {
         (void)std::raise(SIGKILL);
     }
+    if (g_order.error == kTakeOver) {
+        FAULT_TakeOver();
+        return false;
+    }
     errno = g_order.error;
     return true;
 }
@@ -121,6 +126,10 @@ ssize_t readlink(const char *path, char *data, size_t size) noexcept
 {
     return Fails(path) ? -1 : Next(readlink)(path, data, size);
 }
+
+int stat(const char *path, struct stat *status) noexcept { return Fails(path) ? -1 : Next(stat)(path, status); }
+
+int fstat(int fd, struct stat *status) noexcept { return Fails(fd) ? -1 : Next(fstat)(fd, status); }
 
 int access(const char *path, int mode) noexcept { return Fails(path) ? -1 : Next(access)(path, mode); }
 

@@ -1,6 +1,10 @@
 // What fault_test tells fault_double to do in a run of the command.
 #pragma once
 
+#include <fcntl.h>
+
+#include <cstdio>
+
 // One platform call of the run fails.
 struct FaultOrder {
     int call;   // its number, counted from 1; 0: none, and the run appends a line for each call to /run/calls
@@ -9,5 +13,23 @@ struct FaultOrder {
 
 inline constexpr int kShort = 0;  // half is read, nothing is written, a program that is run ends with 1
 inline constexpr int kKill = -1;  // the process is killed there
+
+inline constexpr int kTakeOver = -2;  // nothing fails, but just before the call others have taken these places
+
+// What is exchanged then: the generic nodes of two disks, with all that they answer, and the directory of a disk with
+// that of a newcomer.
+inline constexpr const char *kTakenOver[][2] = {
+    {"/dev/sg2", "/dev/sg6"},
+    {"/dev/sg2.12", "/dev/sg6.12"},
+    {"/dev/sg2.a0", "/dev/sg6.a0"},
+    {"/sys/dev/char/21:2", "/sys/dev/char/21:6"},
+    {"/sys/devices/platform/host2/session1/target2:0:0/2:0:0:2", "/sys/devices/newcomer/2:0:0:2"}};
+
+inline void FAULT_TakeOver()
+{
+    for (const auto &[one, other] : kTakenOver) {
+        (void)renameat2(AT_FDCWD, one, AT_FDCWD, other, RENAME_EXCHANGE);
+    }
+}
 
 inline constexpr int kStatusFd = 3;  // where fault_double writes the wait status of a run, an int

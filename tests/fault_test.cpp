@@ -1,5 +1,6 @@
-// One platform call fails, whichever it is and however it can: no healthy disk is deleted, the run ends with status 0,
-// and every host and controller that the call did not itself concern is rescanned.
+// One platform call fails, in each way that it can, or other disks take over the places of some just before it: no
+// healthy disk is deleted, the run ends with status 0, and every host and controller that the call did not itself
+// concern is rescanned.
 #include <fnmatch.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -8,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <map>
 #include <memory>
@@ -22,17 +24,20 @@ using namespace machine;
 namespace {
 
 // Errors of the calls that fail in more than one way.
-const std::map<std::string, std::vector<int>> kErrors = {{"open", {EIO, ENOENT, EMFILE, EINTR}},
-                                                         {"read", {EIO, EINTR, kShort}},
-                                                         {"write", {EIO, ENODEV, EAGAIN, kShort}},
-                                                         {"ioctl", {EIO, ENODEV, ENOMEM, EINTR}},
+const std::map<std::string, std::vector<int>> kErrors = {{"open", {EIO, ENOENT, EMFILE, EINTR, kTakeOver}},
+                                                         {"read", {EIO, EINTR, kShort, kTakeOver}},
+                                                         {"write", {EIO, ENODEV, EAGAIN, kShort, kTakeOver}},
+                                                         {"ioctl", {EIO, ENODEV, ENOMEM, EINTR, kTakeOver}},
                                                          {"fopen", {ENOENT, EMFILE}},
                                                          {"fcntl", {EAGAIN, EIO}},
-                                                         {"readlink", {EIO, ENOENT}},
-                                                         {"access", {EIO, ENOENT}},
+                                                         {"stat", {EIO, ENOENT, kTakeOver}},
+                                                         {"fstat", {EIO, kTakeOver}},
+                                                         {"readlink", {EIO, ENOENT, kTakeOver}},
+                                                         {"access", {EIO, ENOENT, kTakeOver}},
                                                          {"system", {EAGAIN, kShort}}};
 
 const std::set<std::string> kStale = {"2:0:0:2", "2:0:0:3", "2:0:1:1", "2:0:1:2"};
+const std::string kNewcomer = "/sys/devices/newcomer/2:0:0:2";
 const std::vector<std::string> kRescans = {"host2/scan", "host3/scan", "/dev/nvme1", "/dev/nvme2"};
 
 // All ERROR records that these faults lead to, as shell patterns, and operations whose records other tests hold.
@@ -71,7 +76,7 @@ const std::set<std::string> kHeldElsewhere = {
     "SCAN_ScanScsiHost",     "INTF_UTIL_Write", "UDEV_DeviceIsSupport", "UDEV_InitConfig"};
 
 // A machine with disks of every kind: healthy, changed, removed, not connected, not supported; and a session in which
-// only the second disk answers.
+// only the second disk answers, through a node that a disk of another target takes over.
 void MakeMachine()
 {
     AddScsiHost(2);
@@ -83,12 +88,17 @@ void MakeMachine()
     AddDisk({.hctl = "2:0:0:3", .isReported = false});
     AddDisk({.hctl = "2:0:1:1", .isDead = true});
     AddDisk({.hctl = "2:0:1:2", .isDead = true});
-    AddDisk({.hctl = "3:0:0:1"});
+    AddDisk({.hctl = "3:0:0:4"});
     SetAnswer("sg5", kReportLuns, {.error = ENODEV});
-    AddDisk({.hctl = "3:0:0:2"});
+    AddDisk({.hctl = "3:0:0:5"});
     AddDisk({.hctl = "3:0:1:1"});
     AddDisk({.hctl = "4:0:0:1", .isReported = false});
     Put(DiskDir("4:0:0:1") + "/vendor", "OTHERCO \n");
+    // 2:0:0:2 as it is found again, under its new name.
+    const auto options = std::filesystem::copy_options::recursive | std::filesystem::copy_options::copy_symlinks;
+    std::filesystem::create_directory("/sys/devices/newcomer");
+    std::filesystem::copy(DiskDir("2:0:0:2"), kNewcomer, options);
+    Put(kNewcomer + "/wwid", "naa." + Wwn("9:9:9:9") + "\n");
 }
 
 // The command, started once with fault_double in front of kSgDouble, which forks it for each run.
@@ -204,6 +214,10 @@ TEST_F(FaultTest, ACallThatFailsDeletesNoHealthyDisk)
         for (const int error : errors == kErrors.end() ? std::vector{ENOMEM} : errors->second) {
             ++faults;
             EXPECT_EQ(0, command.Run({number, error})) << "errno " << error;
+            if (error == kTakeOver) {
+                FAULT_TakeOver();  // back
+            }
+            EXPECT_EQ("", Content(kNewcomer + "/delete")) << "errno " << error;
             EXPECT_EQ("", Content("/run/err"));
             ExpectOnlyStaleDeleted();
             ExpectRescans(call);
