@@ -70,7 +70,7 @@ ResultCode SCAN_IssueReportLun(int fd, std::uint8_t *buffer, std::uint32_t lengt
     command[0] = kOpReportLuns;           // OPERATION CODE
     command[2] = kSelectReport;           // SELECT REPORT
     SCAN_WriteBe32(command + 6, length);  // ALLOCATION LENGTH
-    const SgResult result = SCAN_SendCommand(fd, command, {buffer, length});
+    const SgResult result = SCAN_SendCommand(fd, command, {buffer, length}, Response::AsGiven);
     if (result.ioctlResult != 0) {
         SCAN_Record(LogLevel::Error, "iusse report lun ioctl fail{%d}!\n", result.ioctlResult);
         return RET_CMD_FAIL;
@@ -131,6 +131,7 @@ ResultCode SCAN_ReportLun(ScsiSession &session, const char *path)
             SCAN_Record(LogLevel::Error, "malloc length{%u} buffer fail!\n", size);
             return RET_NO_MEMORY;
         }
+        (void)memset_s(buffer.get(), size, 0, size);  // sizes are equal
         const ResultCode result = SCAN_IssueReportLun(fd.Get(), buffer.get(), size);
         if (result != RET_OK) {
             return result;

@@ -64,7 +64,8 @@ int SCAN_OpenNode(const char *path, const NodeOwner &owner)
     return fd;
 }
 
-SgResult SCAN_SendCommand(int fd, std::span<const std::uint8_t> command, std::span<std::uint8_t> response)
+SgResult SCAN_SendCommand(int fd, std::span<const std::uint8_t> command, std::span<std::uint8_t> buffer,
+                          Response before)
 {
     std::uint8_t sense[kSenseSize] = {};
     sg_io_hdr header;
@@ -73,15 +74,16 @@ SgResult SCAN_SendCommand(int fd, std::span<const std::uint8_t> command, std::sp
     header.dxfer_direction = SG_DXFER_FROM_DEV;
     header.cmd_len = static_cast<unsigned char>(command.size());
     header.mx_sb_len = sizeof sense;
-    header.dxfer_len = static_cast<unsigned int>(response.size());
-    header.dxferp = response.data();
+    header.dxfer_len = static_cast<unsigned int>(buffer.size());
+    header.dxferp = buffer.data();
     header.cmdp = const_cast<unsigned char *>(command.data());  // the driver only reads it
     header.sbp = sense;
     header.timeout = kTimeoutMs;
     SgResult result{};
     for (int attempt = 0; attempt < kAttempts; ++attempt) {
-        // What a failed attempt left in the buffer must not stand in for what a later one does not send.
-        (void)memset_s(response.data(), response.size(), 0, response.size());  // sizes are equal
+        if (before == Response::Zeroed) {
+            (void)memset_s(buffer.data(), buffer.size(), 0, buffer.size());  // sizes are equal
+        }
         result.ioctlResult = ioctl(fd, SG_IO, &header);
         result.status = header.status;
         result.hostStatus = header.host_status;

@@ -20,11 +20,17 @@ struct SgResult {
     }
 };
 
-// Sends the command block `command` through the open generic node `fd` and reads its answer into `response`. The
-// command is tried up to three times, each for at most 10 seconds, until an attempt is good. What the device does not
-// send reads as zero.
-[[nodiscard]] SgResult SCAN_SendCommand(int fd, std::span<const std::uint8_t> command,
-                                        std::span<std::uint8_t> response);
+// What a response buffer holds before an attempt.
+enum class Response {
+    AsGiven,  // what the caller or a failed attempt left there
+    Zeroed,   // zero bytes, so that what a failed attempt left there never counts as sent
+};
+
+// Sends the command block `command` through the open generic node `fd` and reads its answer into `buffer`. The command
+// is tried up to three times, each for at most 10 seconds, until an attempt is good. What the device does not send
+// reads as it was `before`.
+[[nodiscard]] SgResult SCAN_SendCommand(int fd, std::span<const std::uint8_t> command, std::span<std::uint8_t> buffer,
+                                        Response before);
 
 // Whom a generic node must belong to: the disk h:c:t:l or, without a LUN, any disk of the session h:c:t.
 struct NodeOwner {

@@ -30,7 +30,7 @@ ResultCode SCAN_IusseInquiry0x83(int fd, std::uint8_t *buffer, std::uint16_t len
     command[1] = kEvpd;                   // EVPD
     command[2] = kPageDeviceId;           // PAGE CODE
     SCAN_WriteBe16(command + 3, length);  // ALLOCATION LENGTH
-    const SgResult result = SCAN_SendCommand(fd, command, {buffer, length});
+    const SgResult result = SCAN_SendCommand(fd, command, {buffer, length}, Response::Zeroed);
     if (result.ioctlResult != 0) {
         SCAN_Record(LogLevel::Error, "inquiry 0x83 ioctl fail{%d}!\n", result.ioctlResult);
         return RET_CMD_FAIL;
