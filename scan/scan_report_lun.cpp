@@ -19,7 +19,7 @@ constexpr std::size_t kReportLunsCommandSize = 12;
 constexpr std::uint32_t kHeaderSize = 8;  // LUN LIST LENGTH and a reserved field
 constexpr std::uint32_t kEntrySize = 8;
 constexpr std::uint32_t kFirstListLength = 4088;     // 511 entries
-constexpr std::uint32_t kMaxListLength = 16u << 20;  // a target that claims more is not believed
+constexpr std::uint32_t kMaxListLength = 1u << 20;   // 131,072 entries; a target that claims more is not believed
 constexpr int kMaxGrowths = 8;                       // nor one whose list never stops growing
 
 constexpr std::size_t kLunTextSize = 256;
