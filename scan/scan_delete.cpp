@@ -102,9 +102,13 @@ int SCAN_ReadUserYesOrNo()
         if (count == 0) {
             return 0;  // nobody is left to ask, and only a yes deletes
         }
+        const bool isWholeLine = buffer[count - 1] == '\n';
         if (count < sizeof buffer) {
-            // A last line without a line feed is judged whole.
-            const std::string_view answer(buffer, buffer[count - 1] == '\n' ? count - 1 : count);
+            if (!isWholeLine && std::ferror(stdin) != 0) {
+                return 0;  // the rest of the line may still come: this can be the "y" of any word
+            }
+            // A last line without a line feed is judged whole at the end of input.
+            const std::string_view answer(buffer, isWholeLine ? count - 1 : count);
             if (IsOneOf(kYes, answer)) {
                 return 1;
             }

@@ -200,6 +200,21 @@ TEST_F(MachineTest, OnlyAYesDeletesInMutualMode)
     }
 }
 
+// The input of a terminal that another program has made non-blocking.
+TEST_F(MachineTest, HalfAnAnswerBeforeAReadErrorIsNo)
+{
+    AddTargets();
+    AddDisk({.hctl = "2:0:0:3", .isReported = false});
+    int ends[2];
+    ASSERT_EQ(0, pipe2(ends, O_NONBLOCK));
+    ASSERT_EQ(1, write(ends[1], "y", 1));
+    const std::string input = "<&" + std::to_string(ends[0]);
+    const Result result = RunCommand("", "", "sh -c 'exec \"$0\" -m " + input + "'");
+    EXPECT_EQ("host2/scan - - -\nhost3/scan - - -\n", result.writes);
+    (void)close(ends[0]);
+    (void)close(ends[1]);
+}
+
 TEST_F(MachineTest, OptionsAreTakenWholeOrNotAtAll)
 {
     AddTargets();
