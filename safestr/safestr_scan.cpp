@@ -7,8 +7,10 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <cwchar>
+#include <memory>
 #include <string_view>
 #include <type_traits>
 #include <utility>
@@ -18,10 +20,9 @@
 
 namespace {
 
-// Longest directive in bytes that is handed to the C library; only a set with repeated characters can come near it.
-constexpr std::size_t kDirectiveSize = 512;
+constexpr std::size_t kUsualSize = 64;  // bytes of a directive; a longer set or width takes memory
 
-enum class Outcome { Matched, MatchingFailure, InputFailure };
+enum class Outcome { Matched, MatchingFailure, InputFailure, Error };
 
 // A va_list that can be handed on by reference.
 struct Arguments {
@@ -114,33 +115,33 @@ Directive TakeDirective(std::string_view &rest)
     return directive;
 }
 
-// Appends `piece` to the text in `text`; false when it does not fit with its terminator.
-bool Append(std::array<char, kDirectiveSize> &text, std::string_view piece)
-{
-    const std::size_t length = std::strlen(text.data());
-    if (length + piece.size() >= text.size()) {
-        return false;
-    }
-    std::copy(piece.begin(), piece.end(), text.begin() + length);
-    return true;
-}
-
 // Lets the C library do one conversion at the scan's position: `value` receives it, or is null to only measure it.
 // On a match the position moves behind the field, and `overflow` tells whether the number was out of range.
 template <typename Value>
 Outcome Convert(Scan &scan, const Directive &directive, std::string_view length, Value *value, bool &overflow)
 {
-    std::array<char, kDirectiveSize> format{};
-    const bool fits = Append(format, "%") && Append(format, value == nullptr ? "*" : "") &&
-                      Append(format, directive.width) && Append(format, length) &&
-                      Append(format, directive.conversion) && Append(format, "%n");
-    if (!fits) {
-        return Outcome::MatchingFailure;
+    const std::array<std::string_view, 6> pieces = {"%",    value == nullptr ? "*" : "", directive.width,
+                                                    length, directive.conversion,        "%n"};
+    std::size_t size = 1;
+    for (const std::string_view piece : pieces) {
+        size += piece.size();
     }
+    std::array<char, kUsualSize> usual;
+    const std::unique_ptr<char, void (*)(void *)> longer(
+        size > usual.size() ? static_cast<char *>(std::malloc(size)) : nullptr, std::free);
+    char *format = size > usual.size() ? longer.get() : usual.data();
+    if (format == nullptr) {
+        return Outcome::Error;
+    }
+    char *end = format;
+    for (const std::string_view piece : pieces) {
+        end = std::copy(piece.begin(), piece.end(), end);
+    }
+    *end = '\0';
     int consumed = -1;
     errno = 0;
-    const int result = value == nullptr ? std::sscanf(scan.position, format.data(), &consumed)
-                                        : std::sscanf(scan.position, format.data(), value, &consumed);
+    const int result = value == nullptr ? std::sscanf(scan.position, format, &consumed)
+                                        : std::sscanf(scan.position, format, value, &consumed);
     overflow = errno == ERANGE;
     if (consumed < 0) {
         return result == EOF ? Outcome::InputFailure : Outcome::MatchingFailure;
@@ -151,22 +152,25 @@ Outcome Convert(Scan &scan, const Directive &directive, std::string_view length,
 }
 
 // Stores a number into the next argument as `Signed`, or as its unsigned twin for an unsigned `magnitude`, which may
-// stand behind a minus sign; false when the magnitude does not fit.
+// follow a minus sign. A magnitude that does not fit is a matching failure.
 template <typename Signed, typename Value>
-bool StoreAs(Arguments &args, Value magnitude, bool isNegated)
+Outcome StoreAs(Arguments &args, Value magnitude, bool isNegated)
 {
     using Number = std::conditional_t<std::is_signed_v<Value>, Signed, std::make_unsigned_t<Signed>>;
     auto *dest = va_arg(args.list, Number *);
-    if (dest == nullptr || !std::in_range<Number>(magnitude)) {
-        return false;
+    if (dest == nullptr) {
+        return Outcome::Error;
+    }
+    if (!std::in_range<Number>(magnitude)) {
+        return Outcome::MatchingFailure;
     }
     *dest = static_cast<Number>(isNegated ? 0 - magnitude : magnitude);
-    return true;
+    return Outcome::Matched;
 }
 
 // Stores a number as the integer type that the length modifier names.
 template <typename Value>
-bool StoreInteger(Arguments &args, std::string_view length, Value magnitude, bool isNegated)
+Outcome StoreInteger(Arguments &args, std::string_view length, Value magnitude, bool isNegated)
 {
     if (length == "hh") {
         return StoreAs<signed char>(args, magnitude, isNegated);
@@ -200,17 +204,18 @@ Outcome ScanInteger(Scan &scan, const Directive &directive)
     const char *sign = SkipSpace(scan.position);
     Value value = 0;
     bool overflow = false;
-    const Outcome outcome = Convert(scan, directive, "j", &value, overflow);
+    Outcome outcome = Convert(scan, directive, "j", &value, overflow);
     if (outcome != Outcome::Matched) {
         return outcome;
     }
-    // The C library has already negated an unsigned "-1" in its widest type.
-    const bool isNegated = std::is_unsigned_v<Value> && *sign == '-';
-    if (overflow || !StoreInteger(scan.args, directive.length, isNegated ? 0 - value : value, isNegated)) {
+    if (overflow) {
         return Outcome::MatchingFailure;
     }
-    ++scan.assigned;
-    return Outcome::Matched;
+    // The C library has already negated an unsigned "-1" in its widest type.
+    const bool isNegated = std::is_unsigned_v<Value> && *sign == '-';
+    outcome = StoreInteger(scan.args, directive.length, isNegated ? 0 - value : value, isNegated);
+    scan.assigned += outcome == Outcome::Matched ? 1 : 0;
+    return outcome;
 }
 
 // Floating-point numbers and pointers: a type of their own that the C library fills directly.
@@ -227,7 +232,10 @@ Outcome ScanValue(Scan &scan, const Directive &directive)
         overflow = overflow && std::isinf(value);  // a result that is merely tiny still fits
     }
     auto *dest = va_arg(scan.args.list, Value *);
-    if (dest == nullptr || overflow) {
+    if (dest == nullptr) {
+        return Outcome::Error;
+    }
+    if (overflow) {
         return Outcome::MatchingFailure;
     }
     *dest = value;
@@ -252,9 +260,6 @@ void ResetText(void *dest, unsigned int size, bool wide)
 bool StoreText(void *dest, unsigned int size, std::string_view field, bool wide, bool terminated)
 {
     const std::size_t terminator = terminated ? 1 : 0;
-    if (dest == nullptr) {
-        return false;
-    }
     if (!wide) {
         if (field.size() + terminator > size) {
             return false;
@@ -288,6 +293,9 @@ Outcome ScanText(Scan &scan, const Directive &directive)
     }
     void *dest = va_arg(scan.args.list, void *);
     const unsigned int size = va_arg(scan.args.list, unsigned int);
+    if (dest == nullptr) {
+        return Outcome::Error;
+    }
     const std::string_view field(begin, static_cast<std::size_t>(scan.position - begin));
     if (!StoreText(dest, size, field, directive.IsWide(), directive.Kind() != 'c')) {
         ResetText(dest, size, directive.IsWide());
@@ -312,7 +320,7 @@ Outcome MatchCharacter(Scan &scan, char expected)
 Outcome ScanDirective(Scan &scan, const Directive &directive)
 {
     if (!IsKnown(directive)) {
-        return Outcome::MatchingFailure;
+        return Outcome::Error;
     }
     if (directive.suppressed && directive.Kind() != '%') {
         return SkipField(scan, directive);
@@ -344,14 +352,12 @@ Outcome ScanDirective(Scan &scan, const Directive &directive)
         case '[':
             return ScanText(scan, directive);
         case 'n':
-            return StoreInteger(scan.args, directive.length, std::intmax_t{scan.position - scan.input}, false)
-                       ? Outcome::Matched
-                       : Outcome::MatchingFailure;
+            return StoreInteger(scan.args, directive.length, std::intmax_t{scan.position - scan.input}, false);
         case '%':
             scan.position = SkipSpace(scan.position);
             return MatchCharacter(scan, '%');
         default:
-            return Outcome::MatchingFailure;
+            return Outcome::Error;
     }
 }
 
@@ -402,8 +408,10 @@ int vsscanf_s(const char *input, const char *format, va_list list)
     int result = -1;
     if (!SAFE_IsValidSize(length)) {
         ResetFirstText(format, scan.args);
-    } else if (ScanAll(scan, format) != Outcome::InputFailure || scan.completed) {
-        result = scan.assigned;
+    } else {
+        const Outcome outcome = ScanAll(scan, format);
+        const bool endsEarly = outcome == Outcome::InputFailure && !scan.completed;
+        result = outcome == Outcome::Error || endsEarly ? -1 : scan.assigned;
     }
     va_end(scan.args.list);
     errno = callersErrno;

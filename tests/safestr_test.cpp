@@ -29,6 +29,7 @@ TEST(SafeString, EveryFailureIsAResultAndNothingStaleSurvivesIt)
     const std::string t255(255, 't');
     const std::string t256(256, 't');
     char second[4] = "old";
+    int number = 0;
     char *context = nullptr;
     char *readOnly = const_cast<char *>(",ab");
     char *noToken = const_cast<char *>(",,");
@@ -67,7 +68,13 @@ TEST(SafeString, EveryFailureIsAResultAndNothingStaleSurvivesIt)
         {CALL(sprintf_s(d, kTooLarge, "%d", 123)), "", -1, "#"},
         {CALL(sprintf_s(d, 9, "a%lc", wint_t{0x20ac})), "", -1, "."},
         {CALL(sscanf_s("18446744073709551616abc", "%*d%s", d, 4U)), "", 1, "abc.#"},
-        {CALL(sscanf_s("abc", "%hs", d, 4U)), "", 0, "#"},
+        {CALL(sscanf_s("abc", "%hs", d, 4U)), "", -1, "#"},
+        {CALL(sscanf_s("abc", "%s%d%", d, 4U, &number)), "", 1, "abc.#"},
+        {CALL(sscanf_s("abc", "%1c%[b", d, 1U, d, 4U)), "", -1, "a#"},
+        {CALL(sscanf_s("abc", "%c%s", d, 1U, nullptr, 4U)), "", -1, "a#"},
+        {CALL(sscanf_s("5 6", "%d%d", &number, nullptr)), "", -1, ""},
+        {CALL(sscanf_s("1.5", "%f", nullptr)), "", -1, ""},
+        {CALL(sscanf_s(t256.c_str(), ("%[" + t256 + t256 + "]").c_str(), d, 257U)), "", 1, t256 + ".#"},
         {CALL(sscanf_s("", "%s %s", d, 4U, second, 4U)), "", -1, ".#"},
         {CALL(sscanf_s("longer", "%s", d, 4U)), "", 0, ".#"},
         {CALL(sscanf_s("key longer", "%s %s", d, 4U, second, 4U)), "", 1, "key.#"},
@@ -103,8 +110,8 @@ TEST(SafeString, NumbersAreNeverCut)
         {"18446744073709551616", "%lu", 0, kUntouched},
         {"3:4294967296", "%*u:%u", 0, kUntouched},
         {"5", "%*d%d", 0, kUntouched},
-        {"5", "%Ld", 0, kUntouched},
-        {"1.5", "%llf", 0, kUntouched},
+        {"5", "%Ld", -1, kUntouched},
+        {"1.5", "%llf", -1, kUntouched},
         {"  ", "%u", -1, kUntouched},
     };
     for (const auto &c : cases) {
