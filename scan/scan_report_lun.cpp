@@ -18,9 +18,9 @@ constexpr std::uint8_t kSelectReport = 0x00;  // logical units, the well-known o
 constexpr std::size_t kReportLunsCommandSize = 12;
 constexpr std::uint32_t kHeaderSize = 8;  // LUN LIST LENGTH and a reserved field
 constexpr std::uint32_t kEntrySize = 8;
-constexpr std::uint32_t kFirstListLength = 4088;     // 511 entries
-constexpr std::uint32_t kMaxListLength = 1u << 20;   // 131,072 entries; a target that claims more is not believed
-constexpr int kMaxGrowths = 8;                       // nor one whose list never stops growing
+constexpr std::uint32_t kFirstListLength = 4088;    // 511 entries
+constexpr std::uint32_t kMaxListLength = 1u << 20;  // 131,072 entries; a target that claims more is not believed
+constexpr int kMaxGrowths = 8;                      // nor one whose list never stops growing
 
 constexpr std::size_t kLunTextSize = 256;
 constexpr std::size_t kLunTextLimit = 127;  // bytes of a record's text, the terminator included
