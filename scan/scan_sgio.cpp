@@ -11,7 +11,6 @@
 
 #include "safestr_format.h"
 #include "safestr_memory.h"
-#include "safestr_scan.h"
 
 namespace {
 
@@ -19,6 +18,7 @@ constexpr int kAttempts = 3;
 constexpr unsigned int kTimeoutMs = 10000;
 constexpr std::size_t kSenseSize = 32;
 constexpr std::size_t kDescriptionSize = 256;  // bytes of a path or link in /sys/dev/char, the terminator included
+constexpr std::size_t kAddressSize = 64;       // more than four numbers with colons take
 
 // Reads where the kernel says that an open generic node belongs, such as "../../../2:0:0:1". Returns false where it
 // says nothing.
@@ -43,13 +43,14 @@ bool BelongsToAnother(int fd, const NodeOwner &owner)
         return false;
     }
     const char *slash = std::strrchr(link, '/');
-    std::uint32_t host = 0;
-    std::uint32_t channel = 0;
-    std::uint32_t target = 0;
-    unsigned long long lun = 0;
     const char *address = slash == nullptr ? link : slash + 1;
-    return sscanf_s(address, "%u:%u:%u:%llu", &host, &channel, &target, &lun) != 4 || host != owner.host ||
-           channel != owner.channel || target != owner.target || (owner.lun.has_value() && lun != *owner.lun);
+    char own[kAddressSize] = {};
+    if (owner.lun.has_value()) {
+        (void)sprintf_s(own, sizeof own - 1, "%u:%u:%u:%u", owner.host, owner.channel, owner.target, *owner.lun);
+        return std::strcmp(address, own) != 0;
+    }
+    (void)sprintf_s(own, sizeof own - 1, "%u:%u:%u:", owner.host, owner.channel, owner.target);  // any LUN may follow
+    return std::strncmp(address, own, std::strlen(own)) != 0;
 }
 
 }  // namespace

@@ -16,13 +16,12 @@ inline constexpr int kKill = -1;  // the process is killed there
 
 inline constexpr int kTakeOver = -2;  // nothing fails, but just before the call others have taken these places
 
-// What is exchanged then: the generic nodes of two disks, with all that they answer, and the directory of a disk with
+// What is exchanged then: the names of two generic nodes, with all that they answer, and the directory of a disk with
 // that of a newcomer.
 inline constexpr const char *kTakenOver[][2] = {
     {"/dev/sg2", "/dev/sg6"},
     {"/dev/sg2.12", "/dev/sg6.12"},
     {"/dev/sg2.a0", "/dev/sg6.a0"},
-    {"/sys/dev/char/21:2", "/sys/dev/char/21:6"},
     {"/sys/devices/platform/host2/session1/target2:0:0/2:0:0:2", "/sys/devices/newcomer/2:0:0:2"}};
 
 inline void FAULT_TakeOver()

@@ -65,6 +65,13 @@ std::string AnswerFile(const Answer &answer)
     return file + answer.data;
 }
 
+// A generic node with this minor number, as sg_double takes it.
+void PutNode(const std::string &path, int minor)
+{
+    Put(path, std::string(static_cast<std::size_t>(minor), ' '));
+    fs::permissions(g_root + path, fs::perms::owner_all | fs::perms::sticky_bit);
+}
+
 std::string AnswerPath(const std::string &node, Query query, int attempt)
 {
     return "/dev/" + node + "." + Hex(query, 2) + (attempt == 0 ? "" : "." + std::to_string(attempt));
@@ -189,15 +196,16 @@ void AddDisk(const Disk &disk)
 {
     const std::string directory = DiskDir(disk.hctl);
     const std::string session = disk.hctl.substr(0, disk.hctl.rfind(':'));
-    const std::string node = "sg" + std::to_string(g_diskCount++);
+    const int number = g_diskCount++;
+    const std::string node = "sg" + std::to_string(number);
     AddDevice("scsi_disk", directory + "/scsi_disk/" + disk.hctl);
     Put(directory + "/vendor", "ZENTRA  \n");
     Put(directory + "/model", "ARRAY9000       \n");
     Put(directory + "/wwid", "naa." + Wwn(disk.hctl) + "\n");
     Put(directory + "/delete", "");
     Link(directory + "/generic", "scsi_generic/" + node);
-    Put("/dev/" + node, "");
-    Link("/sys/dev/char/21:" + node.substr(2) + "/device", "../../../" + disk.hctl);
+    PutNode("/dev/" + node, number);
+    Link("/sys/dev/char/21:" + std::to_string(number) + "/device", "../../../" + disk.hctl);
 
     const std::string lunList = "sg.luns." + session;
     if (!fs::exists(g_root + "/dev/" + lunList)) {

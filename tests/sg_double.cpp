@@ -5,7 +5,7 @@
 // and the attempts counted from 1: a byte each for errno and the status of the device, the host and the driver, then
 // the data. Without such a file the command fails with EINVAL.
 //
-// `fstat` makes /dev/sg3 a character device with the number 21:3.
+// `fstat` makes a made-up node, which has the sticky bit, a character device; its minor number is the size of the file.
 //
 // `write` appends what it writes into an attribute to /run/writes: "2:0:0:3/delete 1".
 //
@@ -83,14 +83,13 @@ void Record(const char *node, int flags, const sg_io_hdr &header)
     Append(path, line);
 }
 
-unsigned int NumberOf(const char *node) { return static_cast<unsigned int>(std::atoi(node + std::strlen("/dev/sg"))); }
-
 // Opens the answer to this attempt of the command; negative where there is none.
 int OpenAnswer(const char *node, int opcode)
 {
     static int attempts[kMaxNodes][kOpcodes];
     char path[600];
-    (void)snprintf(path, sizeof path, "%s.%02x.%d", node, opcode, ++attempts[NumberOf(node) % kMaxNodes][opcode]);
+    const int number = std::atoi(node + std::strlen("/dev/sg")) % kMaxNodes;
+    (void)snprintf(path, sizeof path, "%s.%02x.%d", node, opcode, ++attempts[number][opcode]);
     const int answer = Open(path, O_RDONLY);
     if (answer >= 0) {
         return answer;
@@ -135,11 +134,9 @@ extern "C" int ioctl(int fd, unsigned long request, ...) noexcept
 extern "C" int fstat(int fd, struct stat *status) noexcept
 {
     const long result = syscall(SYS_fstat, fd, status);
-    char path[512];
-    PathOf(fd, path);
-    if (result == 0 && std::strncmp(path, "/dev/sg", 7) == 0) {
+    if (result == 0 && (status->st_mode & S_ISVTX) != 0 && S_ISREG(status->st_mode)) {
         status->st_mode = S_IFCHR | 0600;
-        status->st_rdev = makedev(SCSI_GENERIC_MAJOR, NumberOf(path));
+        status->st_rdev = makedev(SCSI_GENERIC_MAJOR, static_cast<unsigned int>(status->st_size));
     }
     return static_cast<int>(result);
 }
