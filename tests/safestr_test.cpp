@@ -10,6 +10,9 @@
 #include "safestr_scan.h"
 #include "safestr_string.h"
 
+// Formats that the compiler would refuse.
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+
 namespace {
 
 // A call on a buffer `d` that begins with `before` and goes on with '#'. `after` is how the buffer begins then; a NUL
@@ -30,6 +33,8 @@ TEST(SafeString, EveryFailureIsAResultAndNothingStaleSurvivesIt)
     const std::string t256(256, 't');
     char second[4] = "old";
     int number = 0;
+    char countOnly[] = "ab%n";  // a format that others may write to
+    char secondOnly[] = "%2$d";
     char *context = nullptr;
     char *readOnly = const_cast<char *>(",ab");
     char *noToken = const_cast<char *>(",,");
@@ -67,6 +72,8 @@ TEST(SafeString, EveryFailureIsAResultAndNothingStaleSurvivesIt)
         {CALL(strtok_s(noToken, ",", &context) == nullptr && context == noToken + 2), "", 1, ""},
         {CALL(sprintf_s(d, kTooLarge, "%d", 123)), "", -1, "#"},
         {CALL(sprintf_s(d, 9, "a%lc", wint_t{0x20ac})), "", -1, "."},
+        {CALL(sprintf_s(d, 9, countOnly, &number)), "", 2, "ab.#"},
+        {CALL(sprintf_s(d, 9, secondOnly, 1, 2)), "", 1, "2.#"},
         {CALL(sscanf_s("18446744073709551616abc", "%*d%s", d, 4U)), "", 1, "abc.#"},
         {CALL(sscanf_s("abc", "%hs", d, 4U)), "", -1, "#"},
         {CALL(sscanf_s("abc", "%s%d%", d, 4U, &number)), "", 1, "abc.#"},
