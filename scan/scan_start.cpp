@@ -1,6 +1,7 @@
 #include "scan_start.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -24,6 +25,13 @@ void SetSignals()
     (void)std::signal(SIGCHLD, SIG_DFL);  // where it is ignored, nobody learns how `nvme` ended
 }
 
+// Whoever can write the trace log can forge what a run seems to have done.
+void LimitFileModes()
+{
+    constexpr mode_t kNoGroupWriteNorOthers = 027;
+    (void)umask(umask(kNoGroupWriteNorOthers) | kNoGroupWriteNorOthers);  // cannot fail
+}
+
 // A standard stream that the caller closed must not become the pid file.
 void HoldStandardStreams()
 {
@@ -42,6 +50,7 @@ void HoldStandardStreams()
 ResultCode SCAN_Init()
 {
     SetSignals();
+    LimitFileModes();
     HoldStandardStreams();
     if (SCAN_InitLog() != RET_OK) {
         return RET_FAIL;

@@ -277,6 +277,12 @@ TEST_F(MachineTest, OneRunAtATime)
     struct stat status = {};
     ASSERT_EQ(0, stat(pidFile.c_str(), &status));
     EXPECT_EQ(static_cast<mode_t>(S_IFREG | 0600), status.st_mode);
+    for (const auto &[mask, mode] : {std::pair{"0", 0640U}, std::pair{"077", 0600U}}) {
+        Remove(kLog);
+        (void)RunCommand("", "", std::string("sh -c 'umask ") + mask + "; exec \"$0\" -nc'");
+        ASSERT_EQ(0, stat(kLog.c_str(), &status));
+        EXPECT_EQ(S_IFREG | mode, status.st_mode);
+    }
 
     Put(pidFile, "a holder of the lock");
     const int fd = open(pidFile.c_str(), O_RDWR | O_CLOEXEC);
