@@ -19,7 +19,7 @@ namespace {
 
 enum ExitStatus : int { kFound = 0, kNoRun = 1, kWrongArguments = 2 };
 
-// Says why there is nothing to print, as those expect it who asked.
+// Reports why there is nothing to print: as a plugin with --check, else on standard error.
 int Refuse(const Settings &settings, const std::string &reason, ExitStatus status)
 {
     if (settings.Has(kCheck)) {
@@ -32,11 +32,11 @@ int Refuse(const Settings &settings, const std::string &reason, ExitStatus statu
 // What was read of a log: the runs that may be printed or judged.
 struct Reading {
     std::optional<RunText> before;   // the last but one that was not refused
-    std::optional<RunText> last;     // the last one that was not refused, or the one that was asked for
+    std::optional<RunText> last;     // the last one that was not refused, or the one of --run
     std::optional<RunText> refused;  // the last one, where it was refused
-    std::optional<RunLock> lock;     // of this host, where it can be asked and the log is the host's
-    std::size_t written = 0;         // runs that were written at once
-    int error = 0;                   // errno of the log
+    std::optional<RunLock> lock;     // of this host, if the log is the host's and the kernel can be asked
+    std::size_t written = 0;         // runs written while the log was read
+    int error = 0;                   // errno of a failed read
 };
 
 void Pick(const Settings &settings, Reading &picked, RunText run)
@@ -53,8 +53,8 @@ void Pick(const Settings &settings, Reading &picked, RunText run)
     }
 }
 
-// Reconstructs what is printed or judged. A run at work comes with the one before it, which is judged in its place, and
-// with the copy that it refused.
+// Reconstructs the runs to print or judge. A run at work comes with the run before it, which is judged in its place,
+// and with the copy that was refused because of it.
 std::vector<Run> Choose(const Settings &settings, const Reading &picked)
 {
     std::vector<Run> runs;
@@ -113,15 +113,15 @@ Reading ReadLog(std::FILE *file, const Settings &settings)
     return reading;
 }
 
-// Whether more was appended to the log since its end was read; then it is rewound.
+// Returns whether the log has grown since its end was read; if so, rewinds it.
 bool HasGrown(std::FILE *file)
 {
     std::clearerr(file);
     return std::getc(file) != EOF && std::fseek(file, 0, SEEK_SET) == 0;
 }
 
-// Reads the log, and reconstructs what is printed or judged. A run that has not ended and does not hold the lock was
-// stopped, unless it recorded its end after the log was read.
+// Reads the log and reconstructs the runs to print or judge. A run without an end that does not hold the lock was
+// stopped, unless it recorded its end after the log was read: then the log is read again.
 std::vector<Run> ReadRuns(std::FILE *file, const Settings &settings, Reading &reading)
 {
     for (;;) {

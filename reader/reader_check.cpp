@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr std::size_t kMaxNames = 5;  // of a list in the line
+constexpr std::size_t kMaxNames = 5;  // per list in the line
 
 struct Verdict {
     CheckState state = kCheckOk;
@@ -45,14 +45,14 @@ void WorsenBy(Verdict &verdict, CheckState state, const std::string &reason, con
     Worsen(verdict, state, reason + list + (more == 0 ? "" : " and " + std::to_string(more) + " more"));
 }
 
-// A disk of which the state is not known, and which need not be questioned.
+// Returns whether the disk is not stale, as far as is known, and the administrator excused it.
 bool IsIgnored(const Disk &disk, const Demands &demands)
 {
     return !disk.IsStale() &&
            std::find(demands.ignored.begin(), demands.ignored.end(), disk.address) != demands.ignored.end();
 }
 
-// How the disks for which `isMeant` holds are named.
+// The names of the disks for which `isMeant` holds.
 template <typename Predicate>
 std::vector<std::string> NamesOf(const std::vector<Disk> &disks, Predicate isMeant)
 {
@@ -65,7 +65,7 @@ std::vector<std::string> NamesOf(const std::vector<Disk> &disks, Predicate isMea
     return names;
 }
 
-// Whether the query can only have been sent to ignored disks.
+// Returns whether all candidates of the query are ignored disks.
 bool IsIgnored(const Unassigned &query, const Run &run, const Demands &demands)
 {
     return !query.disks.empty() &&
@@ -99,7 +99,7 @@ void JudgeDisks(Verdict &verdict, const Run &run, const Demands &demands)
     }
 }
 
-// The ignored addresses without which the run would not be good.
+// The ignored addresses that would otherwise be reported.
 std::vector<std::string> IgnoredIn(const Run &run, const Demands &demands)
 {
     std::vector<std::string> names =
@@ -114,7 +114,7 @@ std::vector<std::string> IgnoredIn(const Run &run, const Demands &demands)
     return names;
 }
 
-// What is added to the line of a good run, too.
+// Adds notes, which a good run has, too.
 void AddNotes(Verdict &verdict, const Run &run, const Demands &demands)
 {
     const std::vector<std::string> ignored = IgnoredIn(run, demands);
@@ -142,7 +142,7 @@ void Judge(Verdict &verdict, const Run &run, const Demands &demands)
         Worsen(verdict, kCheckWarning, "the supported-device list was not loaded");
     }
     if (run.outcome == Outcome::Complete && run.isWhole && !run.checked) {
-        // A run on a host without any SCSI disk leaves the same records, so the line names both.
+        // A run on a host without any SCSI disk leaves the same records, so the line names both causes.
         Worsen(verdict, demands.mustLook ? kCheckWarning : kCheckOk,
                "no disk was looked at: --nocheck, or there is no SCSI disk");
     }
@@ -160,7 +160,7 @@ std::string NameOf(const Run &run)
     return "run " + std::to_string(run.number) + " of " + run.start;
 }
 
-// Judges each run that counts, and adds it to `all`. Returns these runs.
+// Judges each run that counts and adds its verdict to `all`. Returns these runs.
 std::vector<const Run *> JudgeRuns(Verdict &all, const std::vector<Run> &runs, const Demands &demands)
 {
     std::vector<const Run *> judged;

@@ -1,4 +1,4 @@
-// Whether all is well, as a plugin of a monitoring system says it (Monitoring Plugins Development Guidelines).
+// A one-line verdict for a monitoring system (Monitoring Plugins Development Guidelines).
 #pragma once
 
 #include <cstdio>
@@ -11,19 +11,19 @@
 // Exit status of a plugin.
 enum CheckState : int { kCheckOk = 0, kCheckWarning = 1, kCheckCritical = 2, kCheckUnknown = 3 };
 
-// What the check demands. Times are in seconds since the epoch.
+// What the caller requires of the runs. Times are in seconds since the epoch.
 struct Demands {
     std::optional<long long> since;    // only runs that began then or later count
     std::optional<long long> oldest;   // the last run must have ended then or later
     std::optional<long long> now;      // no run may be dated later
-    bool mustLook = false;             // a run that looked at no disk is not good
+    bool mustLook = false;             // a run that looked at no disk is a WARNING
     std::vector<std::string> ignored;  // addresses of disks that need not be questioned
 };
 
-// Writes the plugin's line about these runs, and returns its exit status. A run at work is named and not judged. `lock`
-// is that of the host of these runs; it is not held where it is not known.
+// Writes the verdict on these runs and returns the exit status. A run at work is named but not judged. `lock` is the
+// lock of the host of these runs; not held if it is unknown.
 [[nodiscard]] CheckState READER_Check(std::FILE *out, const std::vector<Run> &runs, const Demands &demands,
                                       const RunLock &lock);
 
-// Writes the plugin's line for a log that cannot be judged, with the reason; returns kCheckUnknown.
+// Writes the verdict UNKNOWN with the reason, for a log that cannot be judged. Returns kCheckUnknown.
 [[nodiscard]] CheckState READER_CheckUnknown(std::FILE *out, const std::string &reason);

@@ -1,5 +1,5 @@
-// What a record reports. This is the one place that knows the record functions and the beginnings of the messages that
-// the reader depends on: look here when a message of vdRescan_plus changes.
+// The event that a record reports. Only this table knows the record functions and the beginnings of messages that the
+// reader depends on: look here if a message of vdRescan_plus changes.
 #pragma once
 
 #include <span>
@@ -43,7 +43,7 @@ enum class Event {
 };
 
 struct EventRow {
-    std::string_view function;   // that writes the record
+    std::string_view function;   // function that writes the record
     std::string_view beginning;  // of its message; empty for any other message of the function
     Event event;
     bool isError = false;  // only records at the level ERROR

@@ -15,7 +15,7 @@ using OwnedJson = std::unique_ptr<json_t, JsonReleaser>;
 
 constexpr int kFormatVersion = 1;
 
-// Values. What the log does not tell is null.
+// JSON values; null for what the log does not hold.
 OwnedJson Number(std::optional<long long> number)
 {
     return OwnedJson(number ? json_integer(*number) : json_null());
@@ -36,7 +36,7 @@ OwnedJson Text(std::string_view text)
     return OwnedJson(text.empty() ? json_null() : json_stringn(text.data(), text.size()));
 }
 
-// Without memory the program ends, as its containers make it do: what is left out would be a false statement.
+// Aborts without memory, as the standard containers do: output with a member left out would be wrong.
 void Set(const OwnedJson &object, const char *name, OwnedJson value)
 {
     if (json_object_set_new(object.get(), name, value.release()) != 0) {
@@ -44,7 +44,7 @@ void Set(const OwnedJson &object, const char *name, OwnedJson value)
     }
 }
 
-// The list of what `make` makes of each item.
+// The list of `make(item)` for each item.
 template <typename Item, typename Make>
 OwnedJson List(const std::vector<Item> &items, Make make)
 {
@@ -129,7 +129,7 @@ void READER_BeginJson(std::FILE *out)
 void READER_RunToJson(std::FILE *out, const Run &run, bool isFirst)
 {
     (void)std::fputs(isFirst ? "" : ",", out);
-    (void)json_dumpf(JsonOf(run).get(), out, JSON_COMPACT);  // the caller looks whether all was written
+    (void)json_dumpf(JsonOf(run).get(), out, JSON_COMPACT);  // the caller checks ferror
 }
 
 void READER_EndJson(std::FILE *out)

@@ -1,4 +1,4 @@
-// What runs did, as data.
+// Runs as JSON.
 #pragma once
 
 #include <cstdio>

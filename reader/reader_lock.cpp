@@ -11,7 +11,7 @@ std::optional<RunLock> READER_AskLock()
 {
     const OwnedFd fd(open(kPidFile, O_RDONLY | O_CLOEXEC));
     if (!fd.IsOpen()) {
-        return std::nullopt;  // where the file was removed, a run may be at work all the same
+        return std::nullopt;  // if the file was removed, a run may still be at work
     }
     struct flock lock = {};
     lock.l_type = F_WRLCK;
@@ -23,7 +23,7 @@ std::optional<RunLock> READER_AskLock()
     if (lock.l_type == F_UNLCK) {
         return RunLock();
     }
-    // The holder wrote its process id when it had got the lock.
+    // The holder wrote its process ID right after it took the lock.
     return RunLock{true, READER_LocalTime(file.st_mtime)};
 }
 

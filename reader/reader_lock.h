@@ -1,4 +1,4 @@
-// Whether a run is at work on this host now.
+// Finds out whether a run is at work on this host.
 #pragma once
 
 #include <optional>
@@ -9,13 +9,13 @@
 // The lock that each run holds from its start to its end.
 struct RunLock {
     bool isHeld = false;
-    std::string since;  // local time as in records; empty where nobody holds it
+    std::string since;  // local time as in records; empty if nobody holds it
 };
 
-// Asks the kernel for the lock of this host; that takes the right to read the pid file, which is root's. Returns
-// nothing where it cannot be asked.
+// Asks the kernel who holds the lock of this host, which requires read access to root's pid file. Returns nothing if it
+// cannot ask.
 [[nodiscard]] std::optional<RunLock> READER_AskLock();
 
-// Notes in the run whether it is the one that holds the lock: it has not ended, and wrote a record since the lock was
-// taken, which a run that was killed earlier cannot have done.
+// Sets the run's `isAtWork`. The run holds the lock if it has no end and wrote a record since the lock was taken; a run
+// that was killed earlier has no such record.
 void READER_MarkAtWork(Run &run, const RunLock &lock);

@@ -6,7 +6,8 @@ namespace {
 
 constexpr std::size_t kBufferSize = std::size_t{128} << 10;
 
-// Reads on behind `kept`, which stands in the buffer. Returns false when nothing more comes, or nothing more fits.
+// Keeps `kept`, which is in the buffer, and reads more after it. Returns false at the end of the file or if the buffer
+// is full.
 bool ReadOn(LogStream &log, std::string_view kept)
 {
     log.buffer.resize(kBufferSize);
@@ -42,7 +43,7 @@ bool READER_NextRecord(LogStream &log, LogRecord &record)
         if (!log.unread.rest.empty() || !mayGoOn) {
             return isFound;
         }
-        // What reaches up to the end of what was read may go on behind it.
+        // A record that ends where the buffer ends may continue in the file.
         const std::size_t headerSize = std::min(unread.size(), kHeaderSize);
         mayGoOn = ReadOn(log, isFound ? record.whole : unread.substr(unread.size() - headerSize));
     }

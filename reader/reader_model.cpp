@@ -54,6 +54,6 @@ std::optional<long long> READER_Duration(const Run &run)
 {
     const auto start = READER_Seconds(run.start);
     const auto end = READER_Seconds(run.end);
-    // A clock that was set back tells nothing.
+    // The clock may have been set back.
     return start && end && *end >= *start ? std::optional(*end - *start) : std::nullopt;
 }

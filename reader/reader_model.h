@@ -1,4 +1,4 @@
-// What is known of a run and of its disks.
+// What is known about a run and its disks.
 #pragma once
 
 #include <array>
@@ -11,7 +11,7 @@
 enum class Outcome { NotEnded, Complete, Refused };
 inline constexpr std::array<const char *, 3> kOutcomeNames = {"not ended", "complete", "refused"};
 
-// Unknown: it was deleted, or its deletion failed, so it was stale; the record that says how is missing.
+// Unknown: the run deleted the disk or tried to, so it was stale, but the record of the reason is missing.
 enum class DiskCondition { Healthy, Removed, Changed, NotConnected, Unknown, NotQuestioned, LeftOut };
 inline constexpr std::array<const char *, 7> kStateNames = {"healthy", "removed",        "changed", "not connected",
                                                             "unknown", "not questioned", "left out"};
@@ -19,7 +19,7 @@ inline constexpr std::array<const char *, 7> kStateNames = {"healthy", "removed"
 enum class DiskAction { None, Deleted, Failed, Kept };
 inline constexpr std::array<const char *, 4> kActionNames = {"none", "deleted", "failed", "kept"};
 
-// What the log does not tell of a disk is empty. The views are into the text of its run.
+// A disk. Fields that the log does not hold are empty. The views are into the text of its run.
 struct Disk {
     std::string_view address;  // h:c:t:l
     std::string_view node;     // its generic node
@@ -28,13 +28,13 @@ struct Disk {
     std::string_view wwn;     // that the kernel held
     std::string_view wwnNow;  // of a changed disk
     DiskCondition state = DiskCondition::Healthy;
-    std::string reason;  // why it was left out, or the queries to it that failed
+    std::string reason;  // why it was left out, or its failed queries
     DiskAction action = DiskAction::None;
 
     [[nodiscard]] bool IsStale() const { return state >= DiskCondition::Removed && state <= DiskCondition::Unknown; }
 };
 
-// A query that failed, on one of these disks, or, where there are none, on any.
+// A failed query to one of these disks, or to any disk if the list is empty.
 struct Unassigned {
     std::string message;
     std::vector<std::size_t> disks;  // indices in Run::disks
@@ -55,16 +55,16 @@ struct Run {
     Outcome outcome = Outcome::NotEnded;
     std::string refusal;  // "not root", "another copy" or "options"
     std::optional<bool> listLoaded;
-    std::optional<bool> isAtWork;  // now; nothing where that cannot be asked
-    std::optional<bool> checked;   // nothing where --nocheck and a host without SCSI disks look alike
+    std::optional<bool> isAtWork;  // now; nothing if the kernel cannot be asked
+    std::optional<bool> checked;   // nothing if --nocheck and a host without SCSI disks look alike
     bool asked = false;
     std::optional<bool> answer;
     std::size_t disksOfOthers = 0;  // not in the supported-device list
     std::vector<OtherProduct> others;
     std::size_t sessions = 0;
-    std::vector<std::string_view> sessionsRemoved;  // h:c:t of those whose every disk is removed
+    std::vector<std::string_view> sessionsRemoved;  // h:c:t of the sessions whose every disk is removed
     std::vector<Disk> disks;                        // supported and filed, in this order
-    std::vector<Disk> leftOut;                      // the others that were supported, or may have been
+    std::vector<Disk> leftOut;                      // other disks that were supported, or may have been
     std::vector<Unassigned> unassigned;
     std::size_t candidates = 0;  // disks in `unassigned`
     std::vector<std::string> inventoryErrors;
@@ -74,24 +74,24 @@ struct Run {
     std::size_t controllersRescanned = 0;
 };
 
-// Whether the text has the form of a disk's address, h:c:t:l.
+// Returns whether the text has the form of a disk's address, h:c:t:l.
 [[nodiscard]] bool READER_IsAddress(std::string_view text);
 
-// What makes it doubtful that a changed disk is another one, in words; empty where nothing does.
+// The reason to doubt that a changed disk is another one, in words; empty if there is none.
 [[nodiscard]] std::string_view READER_DoubtAbout(const Disk &disk);
 
-// The disks that are not simply healthy.
+// The disks that are not healthy.
 [[nodiscard]] std::vector<Disk> READER_Remarkable(const Run &run);
 
 struct Tally {
     std::size_t stale = 0;
     std::size_t deleted = 0;
     std::size_t failed = 0;         // deletions
-    std::size_t notQuestioned = 0;  // the disks that were left out included
+    std::size_t notQuestioned = 0;  // includes disks that were left out
     std::size_t failedQueries = 0;  // on disks of unknown name
 };
 
 [[nodiscard]] Tally READER_TallyOf(const Run &run);
 
-// How long the run took, in seconds; nothing where its times do not tell.
+// The duration of the run in seconds; nothing if its times are missing or run backwards.
 [[nodiscard]] std::optional<long long> READER_Duration(const Run &run);

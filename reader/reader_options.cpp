@@ -13,7 +13,7 @@
 
 namespace {
 
-constexpr long long kMaxNumber = 1000000000000;  // that is read from an argument
+constexpr long long kMaxNumber = 1000000000000;  // of any numeric argument
 constexpr long long kSecondsPerHour = 3600;
 
 constexpr std::array<option, 11> kOptions = {{
@@ -38,7 +38,7 @@ std::string NameOf(Option wanted)
     return std::string("--") + kOptions[wanted - 1].name;
 }
 
-// Reads a number from 1 up. Returns nothing where the text is something else.
+// Reads a number from 1 to kMaxNumber. Returns nothing for any other text.
 std::optional<long long> ReadNumber(std::string_view text)
 {
     long long number = 0;
@@ -47,7 +47,7 @@ std::optional<long long> ReadNumber(std::string_view text)
     return isGood ? std::optional(number) : std::nullopt;
 }
 
-// Takes the argument of an option. Returns what it should be where it is something else, or null.
+// Stores the argument of an option. Returns what the option needs if the argument is wrong, else null.
 const char *TakeArgument(Option found, const char *text, Settings &settings)
 {
     const std::optional<long long> number = ReadNumber(text);
@@ -67,7 +67,7 @@ const char *TakeArgument(Option found, const char *text, Settings &settings)
     }
 }
 
-// What is wrong with these options together; empty where nothing is.
+// The first conflict between options, in words; empty if there is none.
 std::string ConflictIn(const Settings &settings)
 {
     for (const auto &[one, other] : kExclusions) {

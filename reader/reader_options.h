@@ -22,7 +22,7 @@ inline constexpr const char *kReaderUsage =
     "    --must-look      with --check: the last run must have looked at disks\n"
     "    --ignore H:C:T:L with --check: this disk need not be questioned; may be given several times\n";
 
-// The options, as indices of a set and as what getopt_long returns for them.
+// The options: indices of a set, and the values that getopt_long returns.
 enum Option { kAll = 1, kRun, kJson, kCheck, kSince, kMaxAge, kMustLook, kIgnore, kHelp, kVersion };
 
 struct Settings {
@@ -30,11 +30,10 @@ struct Settings {
     long long number = 0;  // of --run
     Demands demands;
     const char *path = nullptr;
-    bool isOwnLog = false;  // the log of this host, and not one that was named
+    bool isOwnLog = false;  // the log of this host, not a FILE
 
     [[nodiscard]] bool Has(Option wanted) const { return given[wanted]; }
 };
 
-// Takes the arguments into `settings`, those after a fault, too. Returns the first fault in words; empty where all of
-// them are right.
+// Reads all arguments into `settings`, even after a fault. Returns the first fault in words; empty if there is none.
 [[nodiscard]] std::string READER_ReadArguments(int argc, char *argv[], Settings &settings);

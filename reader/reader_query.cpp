@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr std::size_t kMaxCandidates = std::size_t{1} << 20;  // disks that are named for queries that are no disk's
+constexpr std::size_t kMaxCandidates = std::size_t{1} << 20;  // listed for unassigned queries of a run
 
 bool AreLunsOver(const Queries &queries)
 {
@@ -16,7 +16,7 @@ bool AreLunsOver(const Queries &queries)
            (queries.hasLuns || queries.lunFailures == queries.sessions[queries.session].size());
 }
 
-// Goes on to the session that a REPORT LUNS is for. Returns false where there is none.
+// Advances to the session that the next REPORT LUNS belongs to. Returns false if there is none.
 bool EnterSession(Queries &queries)
 {
     if (AreLunsOver(queries)) {
@@ -27,7 +27,7 @@ bool EnterSession(Queries &queries)
     return queries.session < queries.sessions.size();
 }
 
-// The only failure that names a disk is that of opening its node.
+// The disk that the message names; only the failure to open a node names one.
 std::optional<std::size_t> NamedDisk(const Queries &queries, std::string_view message)
 {
     const auto disk = queries.diskOf.find(READER_Between(message, "open file{", "}"));
@@ -40,7 +40,7 @@ void Assign(Run &run, std::size_t disk, const std::string &message)
     reason += (reason.empty() ? "" : "; ") + message;
 }
 
-// A query that failed on one of these disks, or, where none are given, on any.
+// Adds a failed query to one of these disks, or to any disk if the list is empty.
 void LeaveUnassigned(Run &run, const std::string &message, std::span<const std::size_t> disks)
 {
     if (disks.size() > kMaxCandidates - run.candidates) {
@@ -50,7 +50,7 @@ void LeaveUnassigned(Run &run, const std::string &message, std::span<const std::
     run.unassigned.push_back({message, {disks.begin(), disks.end()}});
 }
 
-// The disks of a session that an INQUIRY may have failed on: those that were asked and did not answer.
+// The disks of a session to which an INQUIRY may have failed: it was sent, and no answer shows.
 std::vector<std::size_t> SuspectsOf(const Run &run, const std::vector<std::size_t> &session)
 {
     std::vector<std::size_t> suspects;

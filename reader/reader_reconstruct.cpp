@@ -22,7 +22,7 @@ struct Reconstruction {
     std::string_view end;
 };
 
-// The filed disk with that address. One that is not filed, because records are missing, is added.
+// The disk with that address; adds it if its record is missing.
 Disk &DiskAt(Reconstruction &partial, std::string_view address)
 {
     const auto [found, isNew] = partial.diskOf.try_emplace(address, partial.run.disks.size());
@@ -55,7 +55,7 @@ void FileDisk(Reconstruction &partial, std::string_view message)
     const std::size_t index = partial.run.disks.size();
     Disk &disk = DiskAt(partial, address);
     if (index == partial.run.disks.size()) {
-        return;  // it is filed already
+        return;  // already filed
     }
     const auto field = [fields, kComma](std::size_t comma, std::size_t end) {
         return fields.substr(comma + kComma.size(), end - comma - kComma.size());
@@ -103,7 +103,7 @@ void CountOther(Reconstruction &partial, std::string_view message)
     ++run.others[found->second].disks;
 }
 
-// A line of the report, if it names a disk: "    h:c:t:l", of a changed one with " [old name -> new name]".
+// A line of the report: "    h:c:t:l", followed by " [old name -> new name]" for a changed disk.
 void MarkStale(Reconstruction &partial, DiskCondition state, std::string_view message)
 {
     const bool isChanged = state == DiskCondition::Changed;
@@ -175,7 +175,7 @@ void ApplyToCourse(Run &run, Event event, std::string_view message)
             run.inventoryErrors.push_back(READER_Shown(message));
             return;
         case Event::RescansBegan:
-            // Nothing was deleted before, unless its record is missing.
+            // No deletion precedes the rescans, so the answer was no, unless records are missing.
             if (run.asked && !run.answer && run.isWhole) {
                 run.answer = false;
             }
@@ -241,7 +241,7 @@ void Apply(Reconstruction &partial, const LogRecord &record)
     const Event event = READER_EventOf(record);
     partial.start = partial.start.empty() ? record.time : partial.start;
     partial.end = record.time;
-    // The start-up would have recorded a list that could not be loaded.
+    // If the list could not be loaded, the start-up has recorded it.
     if (event > Event::ListNotLoaded && !partial.run.listLoaded && partial.run.isWhole) {
         partial.run.listLoaded = true;
     }
@@ -274,7 +274,7 @@ void CountSessions(Run &run)
                  [&disksLeft](std::string_view session) { return disksLeft[session] == 0; });
 }
 
-// What follows only from all records together.
+// Draws the conclusions that need all records.
 void Conclude(Reconstruction &partial)
 {
     Run &run = partial.run;
@@ -303,7 +303,7 @@ Run READER_Reconstruct(const RunText &text)
     partial.run.isWhole = text.isWhole;
     RecordText rest = {text.text};
     for (LogRecord record; READER_TakeRecord(rest, record);) {
-        // Behind its last line end may stand the torn beginning of another record.
+        // The torn beginning of another record may follow the last newline.
         const std::size_t lineEnd = record.message.rfind('\n');
         record.message = record.message.substr(0, lineEnd == std::string_view::npos ? lineEnd : lineEnd + 1);
         Apply(partial, record);

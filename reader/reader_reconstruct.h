@@ -4,5 +4,5 @@
 #include "reader_model.h"
 #include "reader_split.h"
 
-// Makes out what the run with these records did; they must stay as long as the result.
+// Reconstructs the run with these records, which must outlive the result.
 [[nodiscard]] Run READER_Reconstruct(const RunText &text);

@@ -7,11 +7,11 @@
 
 namespace {
 
-// What garbage can make this program keep is limited; no real run comes near.
-constexpr std::size_t kMaxOpen = 1000;                   // runs that wait for the end of one that began earlier
+// Limits on what garbage can make this program keep in memory; no real run comes near.
+constexpr std::size_t kMaxOpen = 1000;                   // runs that wait for the end of an earlier one
 constexpr std::size_t kMaxText = std::size_t{64} << 20;  // bytes of their records
 
-// The phase in which a run is after the event.
+// The phase of a run after the event.
 RunPhase PhaseAfter(Event event)
 {
     switch (event) {
@@ -34,15 +34,15 @@ bool IsOver(RunPhase phase)
     return phase == RunPhase::Refused || phase == RunPhase::Over;
 }
 
-// Whether a run in the phase `from` can have written a record after which it is in the phase `to`.
+// Returns whether one record can take a run from the phase `from` to the phase `to`.
 bool CanFollow(RunPhase from, RunPhase to)
 {
     return from == RunPhase::Started || (from == RunPhase::LockFailed && to == RunPhase::Refused) ||
            (from == RunPhase::Working && (to == RunPhase::Working || to == RunPhase::Over));
 }
 
-// The run that wrote the record. Where several expect its number it is the youngest: one that works is further, one
-// that was stopped writes no more, and of two that have only begun it does not matter which is which.
+// Finds the run that wrote the record. If several runs expect its number, it is the youngest: a run at work is further,
+// a stopped run writes no more, and two runs that have only started are interchangeable.
 OpenRun &OwnerOf(RunStream &runs, const LogRecord &record, RunPhase phase)
 {
     OpenRun *afterGap = nullptr;
@@ -65,14 +65,14 @@ OpenRun &OwnerOf(RunStream &runs, const LogRecord &record, RunPhase phase)
     return begun;
 }
 
-// Marks as over what can write no more after `owner` has come to `phase`.
+// Marks the runs as over that can write no more after `owner` has reached `phase`.
 void EndOthers(RunStream &runs, const OpenRun &owner, RunPhase phase)
 {
     for (OpenRun &other : runs.open) {
         if (&other == &owner) {
             return;
         }
-        // Only one works at a time; and one that began before it would have been refused by its end.
+        // Only one run works at a time, and a copy that started before its end was refused by then.
         if (phase == RunPhase::Over || (phase == RunPhase::Working && other.phase == RunPhase::Working)) {
             other.phase = RunPhase::Over;
         }

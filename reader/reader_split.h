@@ -1,4 +1,4 @@
-// The runs of a trace file, each with its own records.
+// Splits a trace file into runs.
 #pragma once
 
 #include <deque>
@@ -9,12 +9,12 @@
 struct RunText {
     std::uint64_t number = 0;  // of the run in the file, from 1
     bool isWhole = true;       // false: records are missing, at the beginning or between
-    bool isRefused = false;    // it does nothing
+    bool isRefused = false;    // it did nothing
     std::string text;
 };
 
 enum class RunPhase {
-    Started,     // nothing but its beginning is there
+    Started,     // only its start is recorded
     LockFailed,  // only its refusal can follow
     Refused,     // it is over
     Working,     // it holds the lock
@@ -27,7 +27,7 @@ struct OpenRun {
     RunPhase phase = RunPhase::Started;
 };
 
-// A file whose runs are being read. Initialised with the file, which stays the caller's.
+// A file whose runs are being read. Initialised with the file, which the caller owns.
 struct RunStream {
     LogStream log;
     std::deque<OpenRun> open;  // in the order of their numbers
@@ -35,7 +35,6 @@ struct RunStream {
     std::size_t kept = 0;      // bytes of the records of those that are open
 };
 
-// Reads on until the next run is over, in the order in which they began. A run that did not end is over when another
-// one works, since only one can hold the lock.
-// Returns false when there is no further run.
+// Reads until the next run is over, in the order of their starts. A run without an end is over when another one works,
+// since only one can hold the lock. Returns false if there is no further run.
 [[nodiscard]] bool READER_NextRun(RunStream &runs, RunText &run);

@@ -11,7 +11,7 @@ std::optional<long long> READER_Seconds(const std::string &time)
     if (end == nullptr || *end != '\0') {
         return std::nullopt;
     }
-    // Summer time comes first in the hour that a clock goes through twice. Outside it, mktime changes the hour.
+    // In the repeated hour, summer time comes first. If the time is not in summer, mktime changes the hour.
     std::tm summer = parts;
     summer.tm_isdst = 1;
     const std::time_t inSummer = std::mktime(&summer);
@@ -26,7 +26,7 @@ std::string READER_LocalTime(long long seconds)
     std::tm parts = {};
     std::array<char, 40> text = {};
     if (localtime_r(&time, &parts) != nullptr) {
-        (void)std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S", &parts);  // empty where it does not fit
+        (void)std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S", &parts);  // empty if it does not fit
     }
     return text.data();
 }

@@ -4,9 +4,9 @@
 #include <optional>
 #include <string>
 
-// Local time of a record in seconds since the epoch; nothing where it is no time. In the hour that a clock goes through
-// twice, it is the first time.
+// Converts the local time of a record to seconds since the epoch; nothing if it is no time. In the hour that the clock
+// repeats in autumn, it assumes the first pass.
 [[nodiscard]] std::optional<long long> READER_Seconds(const std::string &time);
 
-// A time as records hold it: local, as "2026-11-22 21:32:21".
+// Formats a time as in records: local, such as "2026-11-22 21:32:21".
 [[nodiscard]] std::string READER_LocalTime(long long seconds);

@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr std::size_t kMaxSuspects = 8;  // named of the disks that one query may have failed on
+constexpr std::size_t kMaxSuspects = 8;  // candidates of one query that are printed
 
 using Row = std::array<std::string, 7>;
 
@@ -21,7 +21,7 @@ std::string OutcomeOf(const Run &run)
     return kOutcomeNames[static_cast<std::size_t>(run.outcome)] + (run.refusal.empty() ? "" : ", " + run.refusal);
 }
 
-// What the check for stale disks found.
+// The result of the check for stale disks.
 std::string CheckOf(const Run &run)
 {
     if (run.outcome == Outcome::Refused) {
@@ -68,7 +68,7 @@ void WriteHeading(std::FILE *out, const Run &run)
     }
 }
 
-// A row for every disk that is not simply healthy, with its reason below.
+// Writes a row for every disk, with its reason below.
 void WriteDisks(std::FILE *out, const std::vector<Disk> &disks)
 {
     std::vector<Row> rows = {{"ADDRESS", "NODE", "VENDOR", "PRODUCT", "STATE", "ACTION", "WWN"}};
@@ -119,7 +119,7 @@ void WriteLines(std::FILE *out, const char *title, const std::vector<std::string
     }
 }
 
-// What stands behind the outcome in a run's line.
+// The notes after the outcome in the line of a run.
 std::string NotesOf(const Run &run)
 {
     std::string notes;
