@@ -163,14 +163,15 @@ TEST(ReaderTest, ReportsTheStoryOfTheLab)
     }
 }
 
-// More runs than the reader holds at once, and at the end two that wait for each other: none loses a record.
+// More garbage and more runs than the reader holds at once, and at the end two that wait for each other: no record is
+// lost.
 TEST_F(MachineTest, ReaderKeepsRunsWholeInLongLogs)
 {
     const std::string start = RecordOf("1 INFO SCAN_Init vdRescan_plus start...", kUsualTime);
     const std::string end = RecordOf("3 INFO main vdRescan_plus end.", kUsualTime);
     const std::string longRun =
         start + RecordOf("2 INFO main x\\c", kUsualTime) + std::string(120 << 10, 'x') + "\n" + end;
-    std::string log;
+    std::string log(300 << 10, 'x');
     for (int run = 0; run < 560; ++run) {
         log += longRun;
     }
