@@ -82,8 +82,11 @@ void StartOver()
     // Of the descriptors above 2, only the shell's own of this script may be there, and none of the others may be
     // missing.
     Put("/run/bin/nvme", R"(#!/bin/sh
+echo 'words of nvme'
+echo 'words of nvme' >&2
 exec 1>> /run/nvme.calls
 echo "$*"
+[ -s /run/out ] || echo 'nothing is printed yet'
 [ -e /proc/$$/fd/0 ] || echo 'no standard input'
 find /proc/$$/fd -type l ! -name '[012]' ! -lname /run/bin/nvme -printf 'inherited %l\n'
 [ ! -e "/run/nvme.fail.${2##*/}" ]

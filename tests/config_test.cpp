@@ -117,6 +117,7 @@ TEST_F(MachineTest, WhatFailsWithTheSettingsIsRecorded)
         return RET_FAIL;
     };
     EXPECT_EQ(RET_LINE_HANDLER_FAIL, INTF_UTIL_ReadFileHandleByLine(kConfig.c_str(), nullptr, refuse));
+    Put(kSettings + "/file", "");  // a directory can be opened for reading alone
     EXPECT_EQ(RET_FAIL, UDEV_InitVdLinuxConfig());
     (void)LoadSettings("scsi_timeout=30\nDEV_LOSS_TMO=5\nscsi_timeout=601\nscsi_timeout=\\\n31\n");
     EXPECT_EQ(RET_FAIL, UDEV_GetVdLinuxCfgValue("scsi_timeout", two, sizeof two));
@@ -124,7 +125,7 @@ TEST_F(MachineTest, WhatFailsWithTheSettingsIsRecorded)
     EXPECT_EQ(
         "UDEV UDEV_HandVdLinuxCfgReadLine: update attr{DEV_LOSS_TMO} to value{5} fail with ret{1056}.\n"
         "UDEV UDEV_HandVdLinuxCfgReadLine: update attr{scsi_timeout} to value{601} fail with ret{1030}.\n"
-        "UDEV INTF_UTIL_ReadFileHandleByLine: can't open /etc/vdLinux.conf: No such file or directory\n"
+        "UDEV INTF_UTIL_ReadFileHandleByLine: can't open /etc/vdLinux.conf: Is a directory\n"
         "UDEV UDEV_InitVdLinuxConfig: init vdLinux config fail with ret{1030}.\n"
         "UDEV UDEV_UpdateVdLinuxCfg: get atrr{DEV_LOSS_TMO} value{5} is not find.\n"
         "UDEV UDEV_UpdateVdLinuxCfg: get atrr{scsi_timeout} value{601} is out range{1, 600}.\n"

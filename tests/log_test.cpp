@@ -44,6 +44,15 @@ TEST_F(MachineTest, RecordsOfBothModulesShareOneFormatAndOneSequence)
     EXPECT_EQ("[1][", RunCommand().trace.substr(0, 4));  // appended, and counted from 1 again
 }
 
+TEST_F(MachineTest, ARecordThatIsLostTakesNoNumber)
+{
+    Remove("/opt/Veridane_NVMe/log");
+    LOG_Print(ModuleId::Scan, LogLevel::Info, "lost\n");
+    Put(kLog, "");
+    LOG_Print(ModuleId::Scan, LogLevel::Info, "kept\n");
+    EXPECT_EQ("[1][", Content(kLog).substr(0, 4));
+}
+
 // Calls of write(2) that this process has made.
 long Writes()
 {
@@ -61,7 +70,7 @@ TEST_F(MachineTest, ARecordIsOneWriteWhateverItsLength)
     for (const std::size_t length : {10U, 15000U, 17000U, 131000U}) {
         const std::string word(length, 'w');
         const long before = Writes();
-        LOG_Print(ModuleId::Scan, LogLevel::Info, "%s\n", word.c_str());
+        LOG_WriteRecord(ModuleId::Scan, LogLevel::Info, word.substr(0, 200).c_str(), 1, "%s\n", word.c_str());
         EXPECT_EQ(1, Writes() - before) << length;
         EXPECT_TRUE(Content(kLog).ends_with(word + "\n")) << length;
     }

@@ -17,6 +17,10 @@ TEST(UtilString, KeepsToItsFieldAndItsCharacters)
     EXPECT_STREQ("12naa.3", INTF_UTIL_StrSep(&cursor, ""));
     EXPECT_EQ(nullptr, cursor);
 
+    char blanks[] = "  ";
+    INTF_UTIL_TrimTailSpace(blanks, sizeof blanks);
+    EXPECT_STREQ("", blanks);
+
     for (int c = 1; c < 256; ++c) {
         const char digits[] = {'0', static_cast<char>(c), '\0'};
         EXPECT_EQ(std::isxdigit(c) != 0, INTF_UTIL_IsHexStr(digits) == 1) << c;
@@ -41,6 +45,9 @@ TEST_F(MachineTest, AttributesAreReadOnceAndWithinTheirBounds)
     EXPECT_STREQ("1234567", buffer);
     EXPECT_EQ(7, INTF_UTIL_Read(directory.c_str(), "12345", buffer, 7));
     EXPECT_STREQ("1234567", buffer);
+    Put(directory + "/1", "\n");
+    EXPECT_EQ(1, INTF_UTIL_Read(directory.c_str(), "1", buffer, 8));
+    EXPECT_STREQ("", buffer);
     EXPECT_EQ(-1, INTF_UTIL_Read(directory.c_str(), "12345", buffer, -1));
     EXPECT_EQ(-1, INTF_UTIL_Read(directory.c_str(), "123456", buffer, 8));
     EXPECT_EQ(-1, INTF_UTIL_Write(directory.c_str(), "123456", "1", 1));
