@@ -23,14 +23,14 @@ answer() {
     indent /run/said
 }
 
-# expect_told STATUS TEXT [OPTION...]: vdRescan_log ends with STATUS, and tells the TEXT of the last run.
-expect_told() {
+# expect_output STATUS TEXT COMMAND...: the command ends with STATUS, and prints the TEXT.
+expect_output() {
     local status=0
-    echo "\$ vdRescan_log" "${@:3}"
-    vdRescan_log "${@:3}" > /run/told || status=$?
-    indent /run/told
-    [ "$status" -eq "$1" ] || fail "its exit status was $status, not $1"
-    grep -qE "$2" /run/told || fail "nothing in it is like \"$2\""
+    echo "\$ ${*:3}"
+    "${@:3}" > /run/output 2>&1 || status=$?
+    indent /run/output
+    [ "$status" -eq "$1" ] || fail "its exit status is $status, not $1"
+    [ -z "$2" ] || grep -qE "$2" /run/output || fail "it does not print \"$2\""
 }
 
 # look: every disk and namespace as a line to compare (state) and a line to show (table).
