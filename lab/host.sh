@@ -15,22 +15,22 @@ wait_for() {
     done
 }
 
-# configure: the tool, the iSCSI initiator, and multipath. A lost session is given up after two seconds instead of two
-# minutes. A map that has lost all its paths refuses commands at once: one that kept them waiting would hold up whoever
-# reads it, udev first. And it uses one path, the oldest that works: with detect_prio, newer releases find that all are
-# equal and write through all in turn, also through one that leads to a foreign volume.
+# configure [queue]: the tool, the iSCSI initiator, and multipath. The kernel gives up a lost session after two seconds
+# instead of two minutes. A map without a path fails commands at once; with queue, it lets them wait for a path.
+# And a map uses one path, the oldest that works: with detect_prio, newer releases find that all are equal and write
+# through all in turn, also through one that leads to a foreign volume.
 configure() {
     rm -rf /etc/multipath
     mkdir -p "${log%/*}" /run/lock /etc/iscsi /etc/multipath
     printf '[vendors]\nvendor_id="ZENTRA", product_id="ARRAY9000"\n' > /etc/vd_plus.conf
     echo "InitiatorName=${iscsi##*/}:host" > /etc/iscsi/initiatorname.iscsi
     echo "node.session.timeo.replacement_timeout = 2" > /etc/iscsi/iscsid.conf
-    cat > /etc/multipath.conf << 'END'
+    cat > /etc/multipath.conf << END
 defaults {
     find_multipaths no
     polling_interval 1
     max_polling_interval 1
-    no_path_retry fail
+    no_path_retry ${1:-fail}
     detect_prio no
 }
 blacklist {
