@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <stdexcept>
 
 namespace fs = std::filesystem;
 
@@ -18,6 +19,8 @@ std::string g_root;
 dev_t g_device = 0;  // the file system of the machine; no other one is touched
 int g_diskCount = 0;
 
+constexpr const char *kDirectories[] = {"/sys", "/run", "/dev", "/etc", "/opt"};
+
 std::string Hex(std::uint64_t value, int digits)
 {
     char text[20];
@@ -25,12 +28,28 @@ std::string Hex(std::uint64_t value, int digits)
     return text;
 }
 
-// Where a file of the machine stands for this process, with room for a new one.
-std::string Cleared(const std::string &path)
+// Where a file of the machine is for this process. A path that leads out of the machine's directories, also through a
+// link, is refused: it is a file of the real machine, and this process may be root.
+fs::path Inside(const std::string &path)
 {
+    const fs::path file = g_root + path;
+    const std::string root = fs::weakly_canonical(g_root.empty() ? "/" : g_root).string();
+    const std::string parent = fs::weakly_canonical(file.parent_path()).string() + "/";
+    for (const char *directory : kDirectories) {
+        if (path.starts_with('/') && parent.starts_with((root == "/" ? "" : root) + directory + "/")) {
+            return file;
+        }
+    }
+    throw std::runtime_error("{" + path + "} is not inside the machine");
+}
+
+// As Inside, with room for a new file.
+fs::path Cleared(const std::string &path)
+{
+    const fs::path file = Inside(path);
     Remove(path);
-    fs::create_directories(fs::path(g_root + path).parent_path());
-    return g_root + path;
+    fs::create_directories(file.parent_path());
+    return file;
 }
 
 // An entry of a LUN list: the kernel's number has its first addressing level in the lowest 16 bits, and on the wire
@@ -92,7 +111,7 @@ void SetRoot(const std::string &root)
 void MakeEmpty()
 {
     g_diskCount = 0;
-    for (const char *directory : {"/sys", "/run", "/dev", "/etc", "/opt"}) {
+    for (const char *directory : kDirectories) {
         fs::create_directories(g_root + directory);
         for (const fs::directory_entry &entry : fs::directory_iterator(g_root + directory)) {
             Remove(entry.path().string().substr(g_root.size()));
@@ -114,10 +133,13 @@ void Link(const std::string &path, const std::string &target) { fs::create_symli
 void Remove(const std::string &path)
 {
     struct stat status = {};
-    if (lstat((g_root + path).c_str(), &status) == 0 && status.st_dev == g_device) {
-        fs::remove_all(g_root + path);
+    const fs::path file = Inside(path);
+    if (lstat(file.c_str(), &status) == 0 && status.st_dev == g_device) {
+        fs::remove_all(file);
     }
 }
+
+bool IsThere(const std::string &path) { return fs::exists(fs::symlink_status(g_root + path)); }
 
 std::string Content(const std::string &path)
 {

@@ -23,10 +23,12 @@ void SetRoot(const std::string &root);
 // ZENTRA ARRAY9000. There is no device.
 void MakeEmpty();
 
-// Files of the machine. Missing directories are made, and what stands at the path is replaced.
+// Files of the machine. Missing directories are made, and what is at the path is replaced. A path outside the
+// directories of the machine throws a std::runtime_error.
 void Put(const std::string &path, const std::string &content);
 void Link(const std::string &path, const std::string &target);
 void Remove(const std::string &path);
+bool IsThere(const std::string &path);
 std::string Content(const std::string &path);  // empty for a missing file
 
 // A device of a class: its directory with what udev needs, and no attribute.

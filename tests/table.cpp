@@ -19,11 +19,27 @@ namespace {
 using Step = std::function<void()>;
 using FileStep = std::function<void(const std::string &path, const std::string &rest)>;
 
-void RemoveFile(const std::string &path, const std::string & /*rest*/) { machine::Remove(path); }
+void RemoveFile(const std::string &path, const std::string & /*rest*/)
+{
+    if (!machine::IsThere(path)) {
+        throw std::runtime_error("{" + path + "} is not there to be removed");
+    }
+    machine::Remove(path);
+}
 
-const std::map<std::string, FileStep> kFileSteps = {
-    {"file", machine::Put}, {"link", machine::Link}, {"device", machine::AddDevice}, {"remove", RemoveFile}};
+// What is done with the path and the rest of a line, and the form of that rest.
+struct FileWord {
+    FileStep step;
+    const char *rest;
+};
+const std::map<std::string, FileWord> kFileWords = {{"file", {machine::Put, ".*"}},
+                                                    {"link", {machine::Link, "\\S+"}},
+                                                    {"device", {machine::AddDevice, "\\S+"}},
+                                                    {"remove", {RemoveFile, ""}}};
 const std::set<std::string> kOutcomes = {"prints", "error", "info", "sends"};
+constexpr int kMaxLun = 65535;
+constexpr int kAttempts = 3;     // of a command
+constexpr int kMaxCommands = 9;  // REPORT LUNS for a list that never stops growing
 const std::map<std::string, int> kErrors = {{"EIO", EIO}, {"ENODEV", ENODEV}, {"ENOMEM", ENOMEM}};
 const std::map<std::string, machine::Query> kQueries = {{"report-luns", machine::kReportLuns},
                                                         {"inquiry", machine::kInquiry}};
@@ -48,7 +64,14 @@ std::string Matching(const std::string &text, const char *pattern)
     return text;
 }
 
-int Number(const std::string &text) { return std::stoi(Matching(text, "\\d{1,5}")); }
+int Number(const std::string &text, int from, int to)
+{
+    const int number = std::stoi(Matching(text, "\\d{1,5}"));
+    if (number < from || number > to) {
+        Refuse(text);
+    }
+    return number;
+}
 
 // The next word of a line; empty at its end.
 std::string Word(std::istream &line)
@@ -65,9 +88,13 @@ std::string Rest(std::istream &line)
     return rest;
 }
 
-Step TakeDisk(std::istream &line)
+Step TakeDisk(std::istream &line, std::vector<std::string> &disks)
 {
-    machine::Disk disk{.hctl = Matching(Word(line), "\\d+(:\\d+){3}")};
+    machine::Disk disk{.hctl = Matching(Word(line), "\\d{1,5}(:\\d{1,5}){3}")};
+    if (std::find(disks.begin(), disks.end(), disk.hctl) != disks.end()) {
+        throw std::runtime_error("{" + disk.hctl + "} is there already");
+    }
+    disks.push_back(disk.hctl);
     for (std::string option; line >> option;) {
         if (option == "unmapped") {
             disk.isReported = false;
@@ -83,21 +110,24 @@ Step TakeDisk(std::istream &line)
 std::string Luns(const std::string &range)
 {
     const std::size_t dots = Matching(range, "\\d+\\.\\.\\d+").find('.');
-    const int first = Number(range.substr(0, dots));
-    const int last = Number(range.substr(dots + 2));
+    const int first = Number(range.substr(0, dots), 0, kMaxLun);
+    const int last = Number(range.substr(dots + 2), first, kMaxLun);
     std::vector<std::uint64_t> luns(static_cast<std::size_t>(last - first + 1));
     std::iota(luns.begin(), luns.end(), first);
     return machine::LunList(luns);
 }
 
-Step TakeAnswer(std::istream &line)
+Step TakeAnswer(std::istream &line, std::size_t diskCount)
 {
-    const std::string node = Matching(Word(line), "sg\\d+");
+    const std::string node = Matching(Word(line), "sg\\d{1,5}");
+    if (std::stoul(node.substr(2)) >= diskCount) {
+        throw std::runtime_error("{" + node + "} belongs to no disk above this line");
+    }
     const machine::Query query = Named(kQueries, Word(line));
     machine::Answer answer;
     int attempt = 0;
-    const std::map<std::string, int *> numbers = {
-        {"attempt", &attempt}, {"status", &answer.status}, {"host", &answer.host}, {"driver", &answer.driver}};
+    const std::map<std::string, int *> statuses = {
+        {"status", &answer.status}, {"host", &answer.host}, {"driver", &answer.driver}};
     for (std::string field; line >> field;) {
         const std::string name = field.substr(0, field.find('='));
         const std::string value = Matching(field, "\\w+=.+").substr(name.size() + 1);
@@ -107,18 +137,20 @@ Step TakeAnswer(std::istream &line)
             answer.data = Luns(value);
         } else if (name == "data") {
             answer.data = machine::Bytes(Matching(value + Rest(line), "( *[0-9a-fA-F]{2})+"));
+        } else if (name == "attempt") {
+            attempt = Number(value, 1, query == machine::kInquiry ? kAttempts : kAttempts * kMaxCommands);
         } else {
-            *Named(numbers, name) = Number(value);
+            *Named(statuses, name) = Number(value, 0, UINT8_MAX);
         }
     }
     return [=] { machine::SetAnswer(node, query, answer, attempt); };
 }
 
-Step TakeFile(const FileStep &step, std::istream &line)
+Step TakeFile(const FileWord &word, std::istream &line)
 {
     const std::string path = Matching(Word(line), ".+");
-    const std::string rest = std::regex_replace(Rest(line), std::regex("\\\\n"), "\n");
-    return [=] { step(path, rest); };
+    const std::string rest = std::regex_replace(Matching(Rest(line), word.rest), std::regex("\\\\n"), "\n");
+    return [=] { word.step(path, rest); };
 }
 
 // The title as the name of a test, which no other has.
@@ -139,9 +171,23 @@ std::vector<Case> Read(std::istream &description, const std::string &fileName)
     std::vector<Case> cases(1);  // the first stands for what is common to all, and so has no title
     std::map<std::string, std::string> constants;
     std::map<std::string, int> unused;  // constants, with the line that defines them
-    const std::regex use("\\$([A-Z_]+)");
+    const std::regex use("\\$([A-Z_]*)");
     int number = 0;
+    const auto refuse = [fileName](int line, const std::string &why) {
+        throw std::runtime_error(fileName + ":" + std::to_string(line) + ": " + why);
+    };
+    // A step that fails names its line.
+    const auto addStep = [&](const Step &step) {
+        cases.back().machine.push_back([step, refuse, number] {
+            try {
+                step();
+            } catch (const std::exception &error) {
+                refuse(number, error.what());
+            }
+        });
+    };
     const auto take = [&](std::string text) {
+        Matching(text, "[^ \t\r]([^\t\r]*[^ \t\r])?");
         for (std::smatch match; std::regex_search(text, match, use);) {
             unused.erase(match.str(1));
             text = match.prefix().str() + Named(constants, match.str(1)) + match.suffix().str();
@@ -150,28 +196,27 @@ std::vector<Case> Read(std::istream &description, const std::string &fileName)
         const std::string word = Word(line);
         if (word == "let") {
             const std::string name = Matching(Word(line), "[A-Z_]+");
-            constants[name] = Rest(line);
+            if (!constants.try_emplace(name, Matching(Rest(line), ".+")).second) {
+                throw std::runtime_error("{" + name + "} has a value already");
+            }
             unused[name] = number;
             return;
         }
         if (word == "run") {
-            const std::string name = NameOf(Rest(line), cases);
+            const std::string name = NameOf(Matching(Rest(line), ".+"), cases);
             cases.push_back(cases.front());
             cases.back().line = number;
             cases.back().name = name;
         } else if (kOutcomes.contains(word) && !cases.back().name.empty()) {
             cases.back().expected.push_back(text);
         } else if (word == "disk") {
-            cases.back().machine.push_back(TakeDisk(line));
+            addStep(TakeDisk(line, cases.back().disks));
         } else if (word == "answer") {
-            cases.back().machine.push_back(TakeAnswer(line));
+            addStep(TakeAnswer(line, cases.back().disks.size()));
         } else {
-            cases.back().machine.push_back(TakeFile(Named(kFileSteps, word), line));
+            addStep(TakeFile(Named(kFileWords, word), line));
         }
         cases.back().text += text + "\n";
-    };
-    const auto refuse = [&fileName](int line, const std::string &why) {
-        throw std::runtime_error(fileName + ":" + std::to_string(line) + ": " + why);
     };
     for (std::string text; std::getline(description, text);) {
         ++number;

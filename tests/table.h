@@ -14,7 +14,8 @@ struct Case {
     int line = 0;                                // of its title
     std::string name;                            // the title with an underscore for all that is no letter or digit
     std::string text;                            // all its lines, to be shown
-    std::vector<std::function<void()>> machine;  // makes its machine, step by step
+    std::vector<std::string> disks;              // addresses; sg0 is the node of the first one
+    std::vector<std::function<void()>> machine;  // makes its machine, step by step; a step throws as Read does
     std::vector<std::string> expected;           // its lines about the outcome, such as "prints TEXT"
 };
 
