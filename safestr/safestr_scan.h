@@ -12,9 +12,9 @@
 // unsigned int for %u), and what stands behind the sign must fit. A suppressed field ("%*d") has no type to fit.
 // Returns the number of fields assigned. Returns -1 when the input ends before the first conversion, assigned or
 // suppressed, is done, when it is empty or above kMaxBufferSize, or when `input` or `format` is null; and for an error
-// that the scan reaches: a conversion that does not exist or does not end ("%[a"), a length modifier that the conversion
-// does not know ("%llf"), a null destination, or no memory for a set or width of more than 60 characters. An empty input also empties
-// the destination of the format's first conversion where that is a %s, %c or %[. errno is left as it was.
-// The compiler's scanf check does not apply: it does not know the size behind a text destination.
+// that the scan reaches: a conversion that does not exist or does not end ("%[a"), a length modifier that the
+// conversion does not know ("%llf"), a null destination, or no memory for a set or width of more than 60 characters. An
+// empty input also empties the destination of the format's first conversion where that is a %s, %c or %[. errno is left
+// as it was. The compiler's scanf check does not apply: it does not know the size behind a text destination.
 [[nodiscard]] int sscanf_s(const char *input, const char *format, ...);
 [[nodiscard]] int vsscanf_s(const char *input, const char *format, va_list list);
