@@ -163,53 +163,6 @@ TEST_P(ListedRun, ComesOutAsListed)
 INSTANTIATE_TEST_SUITE_P(Runs, ListedRun, testing::ValuesIn(ListedRuns()),
                          [](const auto &run) { return run.param.name; });
 
-// Each as the third line of a description; what is wrong with it is known while it is read, or when its machine is
-// made.
-TEST_F(MachineTest, ATableRefusesWhatItCannotDo)
-{
-    const std::pair<std::string, std::string> rows[] = {
-        {"answer sg1 inquiry errno=EIO", "{sg1} belongs to no disk above this line"},
-        {"answer sg0 inquiry attempt=0", "{0} is not understood"},
-        {"answer sg0 inquiry attempt=4", "{4} is not understood"},
-        {"answer sg0 report-luns attempt=28", "{28} is not understood"},
-        {"answer sg0 report-luns status=256", "{256} is not understood"},
-        {"answer sg0 report-luns luns=9..1", "{1} is not understood"},
-        {"answer sg0 report-luns luns=0..99999", "{99999} is not understood"},
-        {"disk 2:0:0:1", "{2:0:0:1} is there already"},
-        {"disk 2:0:0:4294967296", "{2:0:0:4294967296} is not understood"},
-        {"remove /sys/nothing", "{/sys/nothing} is not there to be removed"},
-        {"remove /dev/sg0 /dev/sg1", "{/dev/sg1} is not understood"},
-        {"link /sys/link", "{} is not understood"},
-        {"device nvme /sys/a b", "{/sys/a b} is not understood"},
-        {"file /tmp/x y", "{/tmp/x} is not inside the machine"},
-        {"file /sys/../tmp/x y", "{/sys/../tmp/x} is not inside the machine"},
-        {"file /proc/self/root/tmp/x y", "{/proc/self/root/tmp/x} is not inside the machine"},
-        {"file etc/foo y", "{etc/foo} is not inside the machine"},
-        {"remove /etc", "{/etc} is not inside the machine"},
-        {"file /sys/x $lowercase", "{} is not understood"},
-        {"let A", "{} is not understood"},
-        {"let A b\nlet A b", "{A} has a value already"},
-        {"disk 2:0:0:2\r", "{disk 2:0:0:2\r} is not understood"},
-        {" disk 2:0:0:2", "{ disk 2:0:0:2} is not understood"},
-        {"disk\t2:0:0:2", "{disk\t2:0:0:2} is not understood"},
-    };
-    for (const auto &[row, why] : rows) {
-        std::string found;
-        try {
-            std::istringstream description("run a\ndisk 2:0:0:1\n" + row + "\n");
-            const table::Case last = table::Read(description, "t").back();
-            for (const auto &step : last.machine) {
-                step();
-            }
-        } catch (const std::runtime_error &error) {
-            found = error.what();
-        }
-        const std::size_t line = row.find("\nlet") == std::string::npos ? 3 : 4;
-        EXPECT_EQ("t:" + std::to_string(line) + ": " + why, found) << row;
-    }
-    EXPECT_FALSE(IsThere("/tmp/x"));
-}
-
 TEST_F(MachineTest, OnlyAYesDeletesInMutualMode)
 {
     const std::string x255(255, 'x');
