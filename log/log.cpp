@@ -18,8 +18,8 @@ namespace {
 
 constexpr unsigned int kRecordKind = 0;
 constexpr std::size_t kTimeSize = 40;
-constexpr std::size_t kRecordSize = 16384;  // holds every record but one that repeats a word of the command line
-constexpr std::size_t kPrefixSize = 1024;   // more than stands in front of a message: a function's name is the longest
+constexpr std::size_t kRecordSize = 16384;  // enough for all records that repeat no command-line argument
+constexpr std::size_t kPrefixSize = 1024;   // longer than any header; the function's name is its longest part
 
 constexpr std::array<const char *, 34> kModuleNames = {
     "MPI",      "BAL",  "KLS",   "KCF",       "USI",      "LPM",     "VDS",     "LBS",       "PIA",
@@ -38,14 +38,14 @@ struct LogContext {
 
 LogContext g_logContext;
 
-// The context, with `module` as the module of the record to come.
+// The context, with `module` set for the next record.
 LogContext *LOG_GetContext(ModuleId module)
 {
     g_logContext.moduleId = module;
     return &g_logContext;
 }
 
-// Formats the local time; `text` stays empty when there is none.
+// Formats the local time. `text` is empty if the C library gives none.
 void FormatNow(char (&text)[kTimeSize])
 {
     (void)memset_s(text, sizeof text, 0, sizeof text);  // sizes are constant
@@ -54,15 +54,14 @@ void FormatNow(char (&text)[kTimeSize])
     if (local == nullptr) {
         return;
     }
-    // A time that is longer is cut, and is good enough cut.
+    // A time that is too long is truncated, which is good enough.
     (void)snprintf_s(text, sizeof text, sizeof text - 1, "%d-%02d-%02d %02d:%02d:%02d", local->tm_year + 1900,
                      local->tm_mon + 1, local->tm_mday, local->tm_hour, local->tm_min, local->tm_sec);
 }
 
-// Gives `file` a buffer that holds a whole record with this message, so that it reaches the file in one write: records
-// of two processes stay whole lines. An ordinary record fits the static buffer; a longer one takes memory, which goes
-// to `longBuffer` and must outlive the stream. Without that memory the record is written all the same, but in pieces,
-// and one of another process may come to stand between them.
+// Gives `file` a buffer for a whole record with this message, so one write appends it and records of two processes stay
+// whole lines. A usual record fits the static buffer. A longer one takes memory; `longBuffer` owns it and must outlive
+// the stream. Without that memory the record is written in pieces, and a record of another process may come between.
 __attribute__((format(printf, 3, 0))) void BufferRecord(FILE *file, OwnedMemory<char> &longBuffer, const char *format,
                                                         va_list list)
 {
@@ -72,7 +71,7 @@ __attribute__((format(printf, 3, 0))) void BufferRecord(FILE *file, OwnedMemory<
     if (size > sizeof buffer) {
         longBuffer.reset(static_cast<char *>(std::malloc(size)));
     }
-    // A stream that is not given a buffer takes a smaller one itself.
+    // By default the stream would use a smaller buffer.
     if (longBuffer != nullptr) {
         (void)std::setvbuf(file, longBuffer.get(), _IOFBF, size);
     } else {
@@ -86,7 +85,7 @@ ResultCode LOG_Init(const char *path)
 {
     const int result = strncpy_s(g_logContext.path, sizeof g_logContext.path, path, std::strlen(path));
     if (result != 0) {
-        (void)std::printf("init log fail with err{%s}!\n", std::strerror(result));  // nowhere else to tell it
+        (void)std::printf("init log fail with err{%s}!\n", std::strerror(result));  // there is no log yet
         return RET_FAIL;
     }
     g_logContext.sequence = 1;
@@ -97,7 +96,7 @@ void LOG_WriteRecordList(ModuleId module, LogLevel level, const char *function, 
                          va_list list)
 {
     LogContext *context = LOG_GetContext(module);
-    OwnedMemory<char> longBuffer;  // in front of the stream, which writes through it until it is closed
+    OwnedMemory<char> longBuffer;  // declared first, so it outlives the stream that uses it
     const OwnedFile file(std::fopen(context->path, "a"));
     if (file == nullptr) {
         return;
@@ -111,7 +110,7 @@ void LOG_WriteRecordList(ModuleId module, LogLevel level, const char *function, 
     va_copy(measured, list);
     BufferRecord(file.get(), longBuffer, format, measured);
     va_end(measured);
-    // What cannot be written is dropped.
+    // A record that cannot be written is dropped.
     (void)std::fprintf(file.get(), "[%d][%s][%08x%02x%02x%04x][%-4s][%-6s][%s: %d]", sequence, time, kRecordMark,
                        moduleIndex, kRecordKind, static_cast<unsigned int>(line),
                        kLevelNames[static_cast<std::size_t>(level)], moduleName, function, line);
@@ -129,7 +128,7 @@ void LOG_WriteRecord(ModuleId module, LogLevel level, const char *function, int 
 
 bool LOG_AssertionFailed(const char *function, int line, const char *expression)
 {
-    // The file is no part of the record: its name stays empty.
+    // Records have no source file, so its name stays empty.
     LOG_WriteRecord(ModuleId::Udev, LogLevel::Error, function, line,
                     "*** Assertion on file \"%s\" function \"%s\" line %d exception \"%s\"\n", "", function, line,
                     expression);

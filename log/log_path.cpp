@@ -27,7 +27,7 @@ const char *DirectoryOf(DirectoryKind kind)
 const char *GetFilePathByType(DirectoryKind kind, const char *name)
 {
     static char path[kFilePathSize];
-    // A null directory is refused by the copy, which leaves the path empty as a full buffer does.
+    // strcpy_s rejects a null directory and leaves the path empty, as if it did not fit.
     if (strcpy_s(path, sizeof path, DirectoryOf(kind)) != 0 || strcat_s(path, sizeof path, name) != 0) {
         path[0] = '\0';
         return nullptr;
@@ -40,14 +40,14 @@ ResultCode SCAN_InitLog()
     char path[kLogPathSize] = {};
     const char *file = GetFilePathByType(DirectoryKind::Log, kTraceFileName);
     if (file == nullptr) {
-        // There is nowhere else to tell it.
+        // There is no log yet.
         (void)std::printf("Get SCAN trace log file failed.\n");
         (void)std::fflush(stdout);
         return RET_FAIL;
     }
     const int result = strcpy_s(path, sizeof path, file);
     if (result != 0) {
-        // There is nowhere else to tell it.
+        // There is no log yet.
         (void)std::printf("init log path name fail with err{%s}!\n", std::strerror(result));
         return RET_FAIL;
     }

@@ -1,4 +1,4 @@
-// Owners of what the C library hands out: each gives it back when it leaves scope.
+// Owners of memory, files and descriptors: each releases its resource when it leaves scope.
 #pragma once
 
 #include <unistd.h>
@@ -16,12 +16,12 @@ template <typename Type>
 using OwnedMemory = std::unique_ptr<Type, MemoryReleaser>;
 
 struct FileReleaser {
-    void operator()(FILE *file) const { (void)std::fclose(file); }  // what was written is flushed before it matters
+    void operator()(FILE *file) const { (void)std::fclose(file); }  // callers flush what matters
 };
 
 using OwnedFile = std::unique_ptr<FILE, FileReleaser>;
 
-// File descriptor; a negative one stands for none.
+// File descriptor; a negative value means none.
 class OwnedFd {
 public:
     explicit OwnedFd(int fd) : fd_(fd) {}
@@ -31,7 +31,7 @@ public:
     void Close()
     {
         if (fd_ >= 0) {
-            (void)close(fd_);  // device files write at once: nothing can be lost here
+            (void)close(fd_);  // a device file writes at once, so close loses nothing
             fd_ = -1;
         }
     }

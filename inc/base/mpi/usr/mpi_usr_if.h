@@ -17,23 +17,23 @@ enum ResultCode : std::int32_t {
     RET_DATA_INVALID = 1027,       // a device answer of the wrong form
     RET_FAIL = 1030,               // failure
     RET_CMD_FAIL = 1031,           // the SG_IO request failed or the SCSI command ended with a non-zero status
-    RET_NO_MEMORY = 1037,          // memory or a libudev context could not be obtained
+    RET_NO_MEMORY = 1037,          // no memory or no libudev context
     RET_LINE_HANDLER_FAIL = 1050,  // a line handler refused a line, so reading stopped
     RET_NOT_FOUND = 1056,          // no setting of that name
     RET_OPEN_FAIL = 1065,          // a SCSI generic node could not be opened
 };
 
-// The lock of the running copy, which also holds its process id. It remains after the run.
+// Lock file of the running copy, with its process id. It remains after the run.
 inline constexpr const char *kPidFile = "/run/vdRescan_plus.pid";
 
-// Link of an intrusive circular list. A record embeds it as its first member `link`, so that the node's address is
-// the record's address; a list head is a bare node that points at itself both ways while the list is empty.
+// Link of an intrusive circular list. A record embeds it as its first member `link`, so the node's address is the
+// record's address. A list head is a bare node; both its pointers point to itself while the list is empty.
 struct ListNode {
     ListNode *next;
     ListNode *prev;
 };
 
-// Makes `node` an empty head, or a record's link that is in no list.
+// Makes `node` an empty head, or a record's link outside any list.
 inline void LIST_Init(ListNode &node)
 {
     node.next = &node;
@@ -55,14 +55,14 @@ inline void LIST_Append(ListNode &node, ListNode &head)
     LIST_Insert(node, *head.prev, head);
 }
 
-// Takes `node` out from between its neighbours; its own pointers stay as they were.
+// Removes `node` from its list. Its own pointers do not change.
 inline void LIST_Unlink(const ListNode &node)
 {
     node.next->prev = node.prev;
     node.prev->next = node.next;
 }
 
-// The record whose link is `node`; of a constant node, a constant record.
+// The record whose link is `node`. A constant node gives a constant record.
 template <typename Record, typename Node>
 [[nodiscard]] Record &LIST_RecordOf(Node &node)
 {
@@ -71,9 +71,9 @@ template <typename Record, typename Node>
     return reinterpret_cast<Record &>(node);
 }
 
-// The records of the list `head` from the first to the last. The header that declares a record names its lists, such as
-// `Hosts()`, so that no walk takes one list's records for another's: `for (const ScsiHost &host : Hosts())`.
-// A walk goes on while the node is not the head and its next is not null, so a node of zero bytes ends it.
+// The records of the list `head` from the first to the last. The header that declares a record also names its lists,
+// such as `Hosts()`, so a loop cannot use the wrong record type: `for (const ScsiHost &host : Hosts())`.
+// A loop ends at the head or at a node whose next is null, such as a node of zero bytes.
 template <typename Record>
 class LIST_Range {
     using Node = std::conditional_t<std::is_const_v<Record>, const ListNode, ListNode>;
@@ -106,8 +106,8 @@ private:
     Node *head_;
 };
 
-// Makes a record of zero bytes with its link pointed at itself; null without memory. It has this owner until it is
-// released into a list, which LIST_Free empties.
+// Makes a record of zero bytes whose link points to itself; null without memory. The caller owns it until it releases
+// it into a list. LIST_Free frees the records of a list.
 template <typename Record>
 [[nodiscard]] OwnedMemory<Record> LIST_NewRecord()
 {
@@ -120,9 +120,9 @@ template <typename Record>
     return record;
 }
 
-// Empties the list `head`: each record is unlinked, its link pointed at itself, and handed to `release` to be freed.
+// Empties the list `head`: unlinks each record, points its link to itself, and passes it to `release`, which frees it.
 template <typename Record, typename Release = MemoryReleaser>
-// cppcheck-suppress constParameterReference ; it is changed through its neighbours
+// cppcheck-suppress constParameterReference ; it changes through its neighbours
 void LIST_Free(ListNode &head, Release release = {})
 {
     for (ListNode *node = head.next; node != &head;) {
