@@ -7,7 +7,7 @@
 
 namespace {
 
-// End of the text that stands within the first `bufferLen` bytes of `buffer`.
+// End of the text in the first `bufferLen` bytes of `buffer`.
 char *EndOfText(char *buffer, std::int32_t bufferLen)
 {
     return bufferLen < 0 ? buffer : buffer + strnlen(buffer, static_cast<std::size_t>(bufferLen));

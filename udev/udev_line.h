@@ -1,13 +1,13 @@
-// Cleaning of the lines of the configuration files.
+// Cleans lines of the configuration files.
 #pragma once
 
 #include <cstdint>
 
-// Removes every byte that, taken as a signed char, is 0x20 or less, every double quote and every semicolon from the
-// text `buffer`, looking at no more than `bufferLen` bytes; the text ends with NUL behind the kept bytes where fewer
-// than `bufferLen` were kept. Returns 1, or 0 after an assertion record for a null `buffer` or a `bufferLen` of 0.
+// Removes these bytes from the text `buffer` of at most `bufferLen` bytes: every double quote, every semicolon, and
+// every byte that is 0x20 or less as a signed char. Terminates the result with NUL if it is shorter than `bufferLen`.
+// Returns 1, or 0 after an assertion record for a null `buffer` or a `bufferLen` of 0.
 [[nodiscard]] std::uint8_t UDEV_ClearCharacters(char *buffer, std::int32_t bufferLen);
 
-// Replaces every '=' in the text `buffer` by a blank, looking at no more than `bufferLen` bytes.
+// Replaces every '=' in the text `buffer` of at most `bufferLen` bytes with a blank.
 // Returns 1, or 0 after an assertion record for a null `buffer` or a `bufferLen` of 0.
 [[nodiscard]] std::uint8_t UDEV_ReplaceCharacters(char *buffer, std::int32_t bufferLen);

@@ -18,7 +18,7 @@ ListNode g_productList = {&g_productList, &g_productList};
 
 constexpr const char *kConfigPath = "/etc/vd_plus.conf";
 constexpr std::size_t kConfigLineSize = 512;
-constexpr std::int32_t kMaxHeld = kConfigLineSize - 1;  // characters held when a line is too long
+constexpr std::int32_t kMaxHeld = kConfigLineSize - 1;  // characters; more make a line too long
 
 using ProductField = char (ProductNode::*)[kProductFieldSize];
 
@@ -34,7 +34,7 @@ constexpr std::array<ProductKey, 4> kProductKeys = {{
     {"driver", &ProductNode::driver},
 }};
 
-// A new entry with empty fields; null, after a record, without memory.
+// Returns a new entry with empty fields. Without memory, records that and returns null.
 OwnedMemory<ProductNode> UDEV_AllocProductNode()
 {
     OwnedMemory<ProductNode> node = LIST_NewRecord<ProductNode>();
@@ -138,7 +138,7 @@ std::uint8_t UDEV_DivisionString(char *buffer, std::int32_t bufferLen, ProductNo
             return 0;
         }
         ++pieces;
-        // Cleared for each piece: a key without a value must not take the value of the piece before it.
+        // Empty for each piece: a key without a value must not get the value of the previous piece.
         char value[kProductFieldSize] = {};
         if (sscanf_s(piece, "%s %s", key, static_cast<unsigned int>(sizeof key), value,
                      static_cast<unsigned int>(sizeof value)) == -1) {

@@ -1,7 +1,7 @@
-// Supported-device list /etc/vd_plus.conf: the arrays, by SCSI vendor and product identification, whose disks the tool
-// may examine and delete.
+// Supported-device list /etc/vd_plus.conf: the SCSI vendor and product identifications of the arrays whose disks the
+// tool may query and delete.
 //
-// One-byte results are truth values. An operation called without a required argument writes an assertion record and
+// One-byte results are 1 (true) or 0 (false). Without a required argument, an operation writes an assertion record and
 // returns 0, or nothing.
 #pragma once
 
@@ -12,7 +12,7 @@
 
 inline constexpr std::size_t kProductFieldSize = 64;  // bytes of a field, the terminator included
 
-// One entry of the list; its fields bear the key names of the file.
+// One entry of the list. Its fields have the names of the keys in the file.
 struct ProductNode {
     ListNode link;
     char ruler_name[kProductFieldSize];
@@ -21,41 +21,42 @@ struct ProductNode {
     char driver[kProductFieldSize];
 };
 
-// Loads the list, which starts empty. Returns 1 when the file was read to its end, whatever it held, and 0 when it
-// could not be opened.
+// Starts with an empty list and loads the file's entries. Returns 0 if the file cannot be opened, else 1, even if no
+// entry is valid.
 [[nodiscard]] std::uint8_t UDEV_InitConfig();
 
-// Returns 1 when an entry has exactly this `vendor` and `product`, both NUL-terminated; a null `product` asks for an
-// entry without one.
+// Returns 1 if an entry has exactly this `vendor` and `product`, both NUL-terminated. A null `product` matches an entry
+// without a product.
 [[nodiscard]] std::uint8_t UDEV_DeviceIsSupport(const char *vendor, const char *product);
 
 // The entries of the list in file order.
 [[nodiscard]] LIST_Range<const ProductNode> Products();
 
-// Frees every entry; the list is empty afterwards.
+// Frees every entry and leaves the list empty.
 void UDEV_FreeProductList();
 
 // The steps of a load.
 
-// Ends the physical line held in the `bufferLen` bytes at `buffer`: `*bufferIndex` characters, which are cleaned and
-// analysed unless `*lineFlag` says that the next physical line continues them.
+// Ends a physical line: `*bufferIndex` characters in the `bufferLen` bytes at `buffer`. If `*lineFlag` is 1, the next
+// physical line continues them; else cleans and analyses them.
 void UDEV_HandleSingleLine(char *buffer, std::int32_t bufferLen, std::int32_t *bufferIndex, std::uint8_t *lineFlag,
                            std::uint8_t *vendorsUnit);
 
-// Takes the cleaned line `buffer` as section line, which sets `*vendorsUnit`, or inside the section as product line,
-// which adds an entry unless it is rejected.
+// Analyses the cleaned line `buffer`. The section line sets `*vendorsUnit`. Inside the section, a valid product line
+// adds an entry.
 void UDEV_AnalyzeLine(char *buffer, std::int32_t bufferLen, std::uint8_t *vendorsUnit);
 
-// Fills `node` from the product line `buffer` of `bufferLen` bytes, which is cut up. Returns 0 when it is rejected.
+// Fills `node` from the product line `buffer` of `bufferLen` bytes and changes the buffer. Returns 0 if it rejects the
+// line.
 [[nodiscard]] std::uint8_t UDEV_DivisionString(char *buffer, std::int32_t bufferLen, ProductNode *node);
 
-// Stores `keyValue` in the field named `keyName`; an unknown key is ignored. Returns 0 when the value does not fit.
+// Stores `keyValue` in the field named `keyName`. Ignores an unknown key. Returns 0 if the value does not fit.
 [[nodiscard]] std::uint8_t UDEV_InitProductNode(const char *keyName, const char *keyValue, ProductNode *node);
 
-// Returns 1 when the entry has this `vendor`, which must not be null, and `product`, which may be: an entry without one
-// is asked for then. Trailing groups "\x20" of the product do not count.
+// Returns 1 if the entry has this `vendor` and `product`. `vendor` must not be null. A null `product` matches an entry
+// without a product. Groups "\x20" at the end of the product do not count.
 [[nodiscard]] std::uint8_t UDEV_MatchProductStr(const char *vendor, const char *product,
                                                 const ProductNode *productNode);
 
-// Overwrites the groups "\x20", four characters each, at the end of the text `buffer` of `bufferLen` bytes with NUL.
+// Overwrites the groups "\x20" (four characters each) at the end of the text `buffer` of `bufferLen` bytes with NUL.
 void UDEV_ClearTailSpace(char *buffer, std::int32_t bufferLen);

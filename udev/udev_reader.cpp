@@ -7,8 +7,8 @@
 
 namespace {
 
-constexpr std::int32_t kMaxLineLength = 510;               // characters of a line that is handed on
-constexpr std::int32_t kLineTooLong = kMaxLineLength + 2;  // the number that the message gives
+constexpr std::int32_t kMaxLineLength = 510;               // most characters of a line for the handler
+constexpr std::int32_t kLineTooLong = kMaxLineLength + 2;  // the number in the message
 constexpr std::size_t kLineSize = 513;
 
 }  // namespace
@@ -17,7 +17,7 @@ OwnedFile UDEV_OpenConfigFile(const char *path)
 {
     OwnedFile file(std::fopen(path, "rb+"));
     if (file != nullptr) {
-        (void)std::fseek(file.get(), 0, SEEK_SET);  // what cannot seek is read from where it stands
+        (void)std::fseek(file.get(), 0, SEEK_SET);  // a file that cannot seek is read from its current offset
     }
     return file;
 }

@@ -72,7 +72,7 @@ ResultCode UDEV_GetVdLinuxCfgValue(const char *name, char *out, std::uint32_t ou
 ResultCode UDEV_HandVdLinuxCfgReadLine(char *buf, std::int32_t length, void * /*userArg*/)
 {
     if (!LOG_ASSERT(buf != LOG_NULL)) {
-        return RET_OK;  // a line handler that fails would end the reading
+        return RET_OK;  // a failure would end the reading
     }
     char name[kSettingNameSize] = {};
     if (length == 0) {
@@ -84,7 +84,7 @@ ResultCode UDEV_HandVdLinuxCfgReadLine(char *buf, std::int32_t length, void * /*
     }
     (void)UDEV_ReplaceCharacters(buf, length);  // its arguments are checked above
     std::int32_t value = 0;
-    // Only a name with a number that fits may reach the table.
+    // Both the name and a number that fits are required.
     if (sscanf_s(buf, "%s %d", name, static_cast<unsigned int>(sizeof name), &value) != 2) {
         LOG_PrintUdev(LogLevel::Error, "sscanf_s {%s} failed.\n", buf);
         return RET_OK;

@@ -1,24 +1,24 @@
-// Multipath settings file /etc/vdLinux.conf: four timeouts in seconds, each held within its range.
+// Multipath settings file /etc/vdLinux.conf: four timeouts in seconds, each with a range.
 //
-// The table starts with the defaults; a load applies the file's lines on top of the current values, and a line that is
-// refused leaves the value as it was. The rescan command does not read the file.
+// The table starts with the defaults. A load changes the settings that the file names. A rejected line changes nothing.
+// The rescan command does not read the file.
 #pragma once
 
 #include <cstdint>
 
 #include "mpi_usr_if.h"
 
-// Loads the file. Returns the result of the line reader: a bad line is recorded and never ends the reading.
+// Loads the file. Records a bad line and reads on. Returns the result of the line reader.
 [[nodiscard]] ResultCode UDEV_InitVdLinuxConfig();
 
-// Takes the settings line `buf` of `length` characters, which is changed in place; `userArg` is ignored.
-// Always returns RET_OK, so that a line that is refused, or a null `buf`, never ends the reading.
+// Stores the setting of the line `buf` of `length` characters and changes the line in place. Ignores `userArg`.
+// Always returns RET_OK, so neither a rejected line nor a null `buf` ends the reading.
 [[nodiscard]] ResultCode UDEV_HandVdLinuxCfgReadLine(char *buf, std::int32_t length, void *userArg);
 
-// Stores `value` as the setting `name`, which must not be null. Returns RET_OK, RET_NOT_FOUND, or RET_FAIL when it is
-// out of the range.
+// Stores `value` as the setting `name`, which must not be null. Returns RET_OK, RET_NOT_FOUND for an unknown name, or
+// RET_FAIL if the value is out of range.
 [[nodiscard]] ResultCode UDEV_UpdateVdLinuxCfg(const char *name, std::int32_t value);
 
 // Writes the setting `name`, which must not be null, as decimal text into the `outLen` bytes at `out`.
-// Returns RET_OK, RET_NOT_FOUND, or RET_FAIL when it does not fit.
+// Returns RET_OK, RET_NOT_FOUND for an unknown name, or RET_FAIL if the text does not fit.
 [[nodiscard]] ResultCode UDEV_GetVdLinuxCfgValue(const char *name, char *out, std::uint32_t outLen);

@@ -20,7 +20,7 @@ char *INTF_UTIL_StrSep(char **cursor, const char *separator)
         return text;
     }
     const std::size_t separatorLength = std::strlen(separator);
-    (void)memset_s(found, std::strlen(found), 0, separatorLength);  // the separator stands there, so it fits
+    (void)memset_s(found, std::strlen(found), 0, separatorLength);  // the separator is in the text, so it fits
     *cursor = found + separatorLength;
     return text;
 }
@@ -46,7 +46,7 @@ ResultCode INTF_UTIL_BytesToHexStr(const std::uint8_t *source, std::uint32_t sou
     if (source == nullptr || dest == nullptr) {
         return RET_INVALID_PARAM;
     }
-    // In 64 bits: twice a length of 2 GiB or more must not wrap into a size that seems to fit.
+    // 64 bits: twice a length of 2 GiB or more must not wrap to a size that seems to fit.
     const std::size_t textLength = std::size_t{2} * sourceLength;
     if (destSize <= textLength) {
         return RET_INVALID_PARAM;

@@ -18,7 +18,7 @@ std::int32_t INTF_UTIL_Read(const char *directory, const char *file, char *buffe
         LOG_PrintUdev(LogLevel::Error, "structure full name fail with dir{%s} file{%s}.\n", directory, file);
         return -1;
     }
-    const OwnedFd fd(open(path, O_RDONLY));  // closed before any child process can be started
+    const OwnedFd fd(open(path, O_RDONLY));  // closed before any child process starts
     if (!fd.IsOpen()) {
         LOG_PrintUdev(LogLevel::Error, "open file{%s} failed!\n", path);
         return -1;
@@ -47,7 +47,7 @@ std::int32_t INTF_UTIL_Write(const char *directory, const char *file, const char
         LOG_PrintUdev(LogLevel::Error, "open file{%s} failed!\n", path);
         return -1;
     }
-    // Only now: the open attribute belongs to one device for good, and a write fails once that device is deleted.
+    // Compare after opening: the open attribute belongs to one device, and a write fails if that device is deleted.
     if (inode != 0 && INTF_UTIL_Inode(directory) != inode) {
         return -1;
     }
