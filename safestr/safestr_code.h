@@ -1,8 +1,8 @@
 // Codes and limits of the bounded memory and string functions.
 //
-// The functions carry the names and argument orders of C11 Annex K (ISO/IEC 9899:2011), but never call a
-// constraint handler: every failure is a return value, and most reset the destination, so that no partial or stale
-// text survives. Reset means that the first byte of a string destination becomes NUL.
+// The functions have the names and argument orders of C11 Annex K (ISO/IEC 9899:2011), but never call a constraint
+// handler: every failure is a return value. Most failures reset the destination, so no partial or old text remains.
+// To reset a string destination is to set its first byte to NUL.
 #pragma once
 
 #include <cstddef>
@@ -22,7 +22,7 @@ inline constexpr int kSafeOverlapReset = 182;  // 54 + 128: source and destinati
     return size >= 1 && size <= kMaxBufferSize;
 }
 
-// True when `count` bytes at `left` and `count` bytes at `right` share a byte.
+// True if the `count` bytes at `left` and the `count` bytes at `right` overlap.
 [[nodiscard]] inline bool SAFE_Overlaps(const void *left, const void *right, std::size_t count)
 {
     const auto a = reinterpret_cast<std::uintptr_t>(left);

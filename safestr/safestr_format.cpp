@@ -1,5 +1,5 @@
-// With it, the C library ends the process where a format is refused ("%n" in writable memory, "%2$d" alone). Here every
-// failure is a result, and the bounds are these functions' own.
+// With _FORTIFY_SOURCE, the C library aborts the process if it rejects a format ("%n" in writable memory, "%2$d"
+// alone). These functions check the bounds themselves and return every failure.
 #undef _FORTIFY_SOURCE
 
 #include "safestr_format.h"

@@ -15,16 +15,16 @@
 #include <type_traits>
 #include <utility>
 
-// Each conversion is put together from its directive and done by the C library, so its format cannot be a literal.
+// The C library does each conversion. Its format is built from the directive, so it cannot be a literal.
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
 
 namespace {
 
-constexpr std::size_t kUsualSize = 64;  // bytes of a directive; a longer set or width takes memory
+constexpr std::size_t kUsualSize = 64;  // bytes of a directive; a longer one takes memory
 
 enum class Outcome { Matched, MatchingFailure, InputFailure, Error };
 
-// A va_list that can be handed on by reference.
+// A va_list that can be passed by reference.
 struct Arguments {
     va_list list;
 };
@@ -41,7 +41,7 @@ struct Directive {
     [[nodiscard]] bool IsWide() const { return length == "l"; }
 };
 
-// Conversions and the length modifiers that each of them knows (C11, the fscanf function).
+// Conversions and their length modifiers (C11, the fscanf function).
 struct KnownLengths {
     std::string_view conversions;
     std::array<std::string_view, 8> lengths;
@@ -54,13 +54,13 @@ constexpr std::array<KnownLengths, 4> kKnownLengths = {{
     {"p%", {""}},
 }};
 
-// What one scan holds while it goes through the format.
+// State of one scan.
 struct Scan {
     const char *input;
     const char *position;
     Arguments args;
     int assigned;
-    bool completed;  // a conversion was done, assigned or suppressed
+    bool completed;  // a conversion is complete, assigned or suppressed
 };
 
 const char *SkipSpace(const char *text)
@@ -71,7 +71,7 @@ const char *SkipSpace(const char *text)
     return text;
 }
 
-// Takes from `rest` its longest beginning made of characters of `set`, at most `most` of them.
+// Removes the longest run of characters of `set` from the start of `rest`, at most `most` of them, and returns it.
 std::string_view TakeAny(std::string_view &rest, std::string_view set, std::size_t most = std::string_view::npos)
 {
     const std::size_t length = std::min({rest.find_first_not_of(set), rest.size(), most});
@@ -80,8 +80,8 @@ std::string_view TakeAny(std::string_view &rest, std::string_view set, std::size
     return taken;
 }
 
-// False for a conversion that does not exist, or with a length modifier that it does not know: nobody can tell what its
-// destination holds.
+// False for a conversion that does not exist or does not have that length modifier. The type of its destination is then
+// unknown.
 bool IsKnown(const Directive &directive)
 {
     for (const KnownLengths &known : kKnownLengths) {
@@ -92,7 +92,7 @@ bool IsKnown(const Directive &directive)
     return false;
 }
 
-// Takes a conversion from `rest`, which stands behind its '%'.
+// Removes a conversion from `rest`, which starts after its '%', and returns it.
 Directive TakeDirective(std::string_view &rest)
 {
     Directive directive{};
@@ -105,7 +105,7 @@ Directive TakeDirective(std::string_view &rest)
     }
     std::size_t size = rest.empty() ? 0 : 1;
     if (rest.starts_with('[')) {
-        // A ']' that comes first, also behind '^', is a member of the set.
+        // A ']' as the first member, also after '^', does not close the set.
         const std::size_t firstMember = rest.starts_with("[^") ? 2 : 1;
         const std::size_t close = rest.find(']', firstMember + 1);
         size = close == std::string_view::npos ? 0 : close + 1;
@@ -115,8 +115,8 @@ Directive TakeDirective(std::string_view &rest)
     return directive;
 }
 
-// Lets the C library do one conversion at the scan's position: `value` receives it, or is null to only measure it.
-// On a match the position moves behind the field, and `overflow` tells whether the number was out of range.
+// The C library does one conversion at the scan's position and stores it in `value`. A null `value` only measures the
+// field. After a match, the position is at the end of the field, and `overflow` is true if the number was out of range.
 template <typename Value>
 Outcome Convert(Scan &scan, const Directive &directive, std::string_view length, Value *value, bool &overflow)
 {
@@ -151,8 +151,8 @@ Outcome Convert(Scan &scan, const Directive &directive, std::string_view length,
     return Outcome::Matched;
 }
 
-// Stores a number into the next argument as `Signed`, or as its unsigned twin for an unsigned `magnitude`, which may
-// follow a minus sign. A magnitude that does not fit is a matching failure.
+// Stores a number into the next argument as `Signed`, or as the unsigned type of that size for an unsigned `magnitude`,
+// which may follow a minus sign. A magnitude that does not fit is a matching failure.
 template <typename Signed, typename Value>
 Outcome StoreAs(Arguments &args, Value magnitude, bool isNegated)
 {
@@ -168,7 +168,7 @@ Outcome StoreAs(Arguments &args, Value magnitude, bool isNegated)
     return Outcome::Matched;
 }
 
-// Stores a number as the integer type that the length modifier names.
+// Stores a number as the integer type of the length modifier.
 template <typename Value>
 Outcome StoreInteger(Arguments &args, std::string_view length, Value magnitude, bool isNegated)
 {
@@ -188,7 +188,7 @@ Outcome StoreInteger(Arguments &args, std::string_view length, Value magnitude, 
     return StoreAs<long>(args, magnitude, isNegated);  // l, j, z and t
 }
 
-// Goes over a field without assigning it, so that no type limits it.
+// Skips a field without assigning it, so no type limits it.
 Outcome SkipField(Scan &scan, const Directive &directive)
 {
     if (directive.Kind() == 'n') {
@@ -218,7 +218,7 @@ Outcome ScanInteger(Scan &scan, const Directive &directive)
     return outcome;
 }
 
-// Floating-point numbers and pointers: a type of their own that the C library fills directly.
+// Floating-point numbers and pointers: the C library stores them in their own type.
 template <typename Value>
 Outcome ScanValue(Scan &scan, const Directive &directive)
 {
@@ -229,7 +229,7 @@ Outcome ScanValue(Scan &scan, const Directive &directive)
         return outcome;
     }
     if constexpr (std::is_floating_point_v<Value>) {
-        overflow = overflow && std::isinf(value);  // a result that is merely tiny still fits
+        overflow = overflow && std::isinf(value);  // an underflow still fits
     }
     auto *dest = va_arg(scan.args.list, Value *);
     if (dest == nullptr) {
@@ -256,7 +256,7 @@ void ResetText(void *dest, unsigned int size, bool wide)
     }
 }
 
-// Copies `field` into the `size` characters at `dest`; false when it does not fit or is no valid multibyte text.
+// Copies `field` into the `size` characters at `dest`. False if it does not fit or is not valid multibyte text.
 bool StoreText(void *dest, unsigned int size, std::string_view field, bool wide, bool terminated)
 {
     const std::size_t terminator = terminated ? 1 : 0;
@@ -361,7 +361,7 @@ Outcome ScanDirective(Scan &scan, const Directive &directive)
     }
 }
 
-// Empties the destination of the format's first conversion where that is a text.
+// Empties the destination of the format's first conversion if that is a text.
 void ResetFirstText(std::string_view format, Arguments &args)
 {
     const std::size_t percent = format.find('%');

@@ -11,7 +11,7 @@ int ResetText(char *dest, int code)
     return code;
 }
 
-// The argument checks that all copying functions share; on 150 the destination is already reset.
+// Argument checks of all copying functions. Before it returns 150, it resets the destination.
 int CheckTextArguments(char *dest, std::size_t destMax, const char *src)
 {
     if (!SAFE_IsValidSize(destMax)) {
@@ -55,7 +55,7 @@ int strcat_s(char *dest, std::size_t destMax, const char *src)
     const std::size_t srcLength = strnlen(src, destMax - destLength);
     const auto d = reinterpret_cast<std::uintptr_t>(dest);
     const auto s = reinterpret_cast<std::uintptr_t>(src);
-    // Both ends count: the terminator of one text must not be a character of the other either.
+    // Terminators count as part of the texts: one must not be a character of the other text.
     if ((d < s && s <= d + destLength + srcLength) || (s < d && s + srcLength >= d)) {
         const bool behindUnterminated = destLength == destMax && s >= d + destLength;
         return ResetText(dest, behindUnterminated ? kSafeInvalidReset : kSafeOverlapReset);
