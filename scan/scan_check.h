@@ -1,4 +1,4 @@
-// Classification of sessions and disks: which are stale.
+// Decides which sessions and disks are stale.
 #pragma once
 
 #include <cstdint>
@@ -6,5 +6,5 @@
 extern std::int32_t g_removedDiskCount;  // disks marked removed
 extern std::int32_t g_changedDiskCount;  // disks marked changed
 
-// Queries every session of g_sessionList and marks it and its disks; failed queries are recorded and tallied only.
+// Queries every session of g_sessionList and marks it and its disks. Failed queries are only recorded and counted.
 void SCAN_CheckAllScsiSession();

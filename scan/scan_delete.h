@@ -1,6 +1,6 @@
-// Report of the stale disks, the operator's confirmation, and their removal from the kernel.
+// Reports the stale disks, asks the operator, and deletes them from the kernel.
 #pragma once
 
-// Reports what the check marked, asks first where g_silent is 0, and deletes the stale disks. Without a stale disk
-// nothing is printed.
+// Reports the stale disks and deletes them. If g_silent is 0, asks the operator first. Prints nothing if no disk is
+// stale.
 void SCAN_DeleteChangeMap();

@@ -1,4 +1,4 @@
-// Inventory of the SCSI disks of supported arrays, grouped into sessions.
+// Inventory of the SCSI disks of supported arrays, by session.
 #pragma once
 
 #include <cstdint>
@@ -13,18 +13,18 @@ inline constexpr std::size_t kWwnLength = 32;      // hexadecimal digits of a 16
 inline constexpr std::size_t kSgNameSize = 32;     // bytes of a generic node path, the terminator included
 
 enum SessionState : std::uint32_t {
-    kSessionUnknown = 0,       // no REPORT LUNS answer, as in a new record
-    kSessionAnswered = 1,      // lunCount and lunList hold what the target reports
-    kSessionNotConnected = 2,  // neither REPORT LUNS nor INQUIRY is answered through any disk
+    kSessionUnknown = 0,       // no REPORT LUNS answer yet or at all; initial state
+    kSessionAnswered = 1,      // lunCount and lunList have the target's answer
+    kSessionNotConnected = 2,  // no disk gets a usable answer to REPORT LUNS or INQUIRY
 };
 
 enum DiskState : std::uint32_t {
-    kDiskUnchanged = 0,  // as in a new record
+    kDiskUnchanged = 0,  // initial state
     kDiskRemoved = 1,    // the target no longer reports the LUN
     kDiskChanged = 2,    // the LUN now has another WWN
 };
 
-// One target port of an array as reached through one host and channel (an I_T nexus).
+// One target port of an array through one host and channel (an I_T nexus).
 struct ScsiSession {
     ListNode link;
     std::uint32_t host;
@@ -32,7 +32,7 @@ struct ScsiSession {
     std::uint32_t target;
     SessionState state;
     std::uint32_t lunCount;  // entries of lunList
-    std::uint64_t *lunList;  // LUNs reported by the target, from malloc and owned by the session; null until then
+    std::uint64_t *lunList;  // reported LUNs, from malloc, owned by the session; null before REPORT LUNS
     ListNode disks;          // ScsiDisk records
 };
 
@@ -45,14 +45,14 @@ struct ScsiDisk {
     std::uint32_t lun;
     char vendor[kVendorLength + 1];
     char product[kProductLength + 1];
-    char wwid[kWwnLength + 1];    // the identity that the kernel holds for the disk, digits as read
-    char curWwn[kWwnLength + 1];  // the WWN read now, in lower case; empty until then
+    char wwid[kWwnLength + 1];    // the WWN that the kernel holds, digits as read
+    char curWwn[kWwnLength + 1];  // the WWN in page 0x83, in lower case; empty before INQUIRY
     char sgName[kSgNameSize];     // for example /dev/sg3
     char devPath[kPathSize];      // the SCSI device's sysfs directory
-    std::uint64_t inode;          // of that directory, before anything in it was read; 0 where it could not be read
+    std::uint64_t inode;          // of devPath, taken before reading its files; 0 if it cannot be read
 };
 
-// The sessions of g_sessionList, and the disks of a session, from the first to the last.
+// The sessions of g_sessionList, and the disks of a session, in list order.
 [[nodiscard]] inline LIST_Range<ScsiSession> Sessions()
 {
     return LIST_Range<ScsiSession>(g_sessionList);
@@ -68,9 +68,9 @@ struct ScsiDisk {
     return LIST_Range<const ScsiDisk>(session.disks);
 }
 
-// Files every supported disk with a 16-byte NAA identifier and a readable generic node under its session in
-// g_sessionList, in enumeration order. A disk that fails any step is recorded and left out.
+// Adds every supported disk with a 16-byte NAA identifier and a readable generic node to its session in g_sessionList,
+// in libudev's order. A disk that fails any step is recorded and left out.
 void SCAN_GetAllScsiDisk();
 
-// Frees every session with its disks and LUN list; g_sessionList is empty afterwards.
+// Frees every session with its disks and LUN list, and leaves g_sessionList empty.
 void SCAN_FreeAllScsiSession();

@@ -3,10 +3,10 @@
 
 #include "log.h"
 
-// Message for the operator: printed on standard output and flushed, then recorded with the identical text.
+// Message for the operator: prints it on standard output, flushes, and records the same text.
 #define SCAN_Print(level, ...) SCAN_PrintMessage(level, __func__, __LINE__, __VA_ARGS__)
 
-// Message for the trace log alone.
+// Message for the trace log only.
 #define SCAN_Record(level, ...) LOG_Print(ModuleId::Scan, level, __VA_ARGS__)
 
 void SCAN_PrintMessage(LogLevel level, const char *function, int line, const char *format, ...)

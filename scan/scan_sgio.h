@@ -1,4 +1,4 @@
-// The one door to the Linux SCSI generic driver (SCSI Generic HOWTO, SG_IO ioctl).
+// The only interface to the Linux SCSI generic driver (SCSI Generic HOWTO, SG_IO ioctl).
 #pragma once
 
 #include <cstddef>
@@ -6,8 +6,8 @@
 #include <optional>
 #include <span>
 
-// What the last attempt of a command left behind. The transport's part counts as much as the device's: only where
-// `ioctlResult` and all three status fields are 0 is there an answer to believe.
+// Result of a command's last attempt. An answer counts only if `ioctlResult` and all three status fields are 0: errors
+// of the transport count as much as errors of the device.
 struct SgResult {
     int ioctlResult;
     int status;        // SCSI status byte of the device
@@ -20,19 +20,19 @@ struct SgResult {
     }
 };
 
-// What a response buffer holds before an attempt.
+// Content of the response buffer before an attempt.
 enum class Response {
-    AsGiven,  // what the caller or a failed attempt left there
-    Zeroed,   // zero bytes, so that what a failed attempt left there never counts as sent
+    AsGiven,  // the bytes of the caller or of a failed attempt
+    Zeroed,   // zero bytes, so bytes of a failed attempt never count as sent
 };
 
-// Sends the command block `command` through the open generic node `fd` and reads its answer into `buffer`. The command
-// is tried up to three times, each for at most 10 seconds, until an attempt is good. What the device does not send
-// reads as it was `before`.
+// Sends the command block `command` through the open generic node `fd` and reads the answer into `buffer`. Makes up to
+// three attempts of at most 10 seconds each, until one is good. Bytes that the device does not send keep the content
+// that `before` describes.
 [[nodiscard]] SgResult SCAN_SendCommand(int fd, std::span<const std::uint8_t> command, std::span<std::uint8_t> buffer,
                                         Response before);
 
-// Whom a generic node must belong to: the disk h:c:t:l or, without a LUN, any disk of the session h:c:t.
+// Required owner of a generic node: the disk h:c:t:l or, without a LUN, any disk of the session h:c:t.
 struct NodeOwner {
     std::uint32_t host;
     std::uint32_t channel;
@@ -40,13 +40,13 @@ struct NodeOwner {
     std::optional<std::uint32_t> lun;
 };
 
-// Opens the generic node `path`, not null, for commands to `owner`. -1 when it cannot be opened, or when the kernel
-// describes it as another disk's (the link /sys/dev/char/MAJOR:MINOR/device, whose last part is h:c:t:l): /dev/sg1 is
-// only a name, and passes to another disk while a run waits for a silent one. A node that the kernel does not describe
-// is taken as it is.
+// Opens the generic node `path`, not null, for commands to `owner`. Returns -1 if the node cannot be opened, or if the
+// kernel describes it as another disk's: the link /sys/dev/char/MAJOR:MINOR/device ends in the h:c:t:l of its disk. A
+// name such as /dev/sg1 can pass to another disk while a run waits for a silent one. Accepts a node that the kernel
+// does not describe.
 [[nodiscard]] int SCAN_OpenNode(const char *path, const NodeOwner &owner);
 
-// Big-endian fields of SCSI command blocks and answers, as the command tables of SPC-5 have them.
+// Big-endian fields of SCSI command blocks and answers (command tables of SPC-5).
 [[nodiscard]] constexpr std::uint16_t SCAN_ReadBe16(const std::uint8_t *bytes)
 {
     return static_cast<std::uint16_t>(bytes[0] << 8 | bytes[1]);

@@ -7,7 +7,7 @@
 
 extern std::uint8_t g_configLoaded;  // exactly 1: the supported-device list is loaded
 extern int g_noCheck;                // 1: the stale-device check is skipped
-extern int g_silent;                 // 1: stale disks are removed without asking; 0: the operator is asked first
+extern int g_silent;                 // 1: delete stale disks without asking; 0: ask the operator first
 extern int g_pidFd;                  // descriptor of the locked pid file; -1 when none is open
 
 extern ListNode g_scsiHostList;  // ScsiHost records

@@ -20,7 +20,7 @@ struct NvmeCtrl {
     char ctrlName[kCtrlNameSize];  // "nvme" and decimal digits, at most 62 characters
 };
 
-// The hosts of g_scsiHostList and the controllers of g_nvmeCtrlList, from the first to the last.
+// The hosts of g_scsiHostList and the controllers of g_nvmeCtrlList, in list order.
 [[nodiscard]] inline LIST_Range<const ScsiHost> Hosts()
 {
     return LIST_Range<const ScsiHost>(g_scsiHostList);
@@ -31,12 +31,12 @@ struct NvmeCtrl {
     return LIST_Range<const NvmeCtrl>(g_nvmeCtrlList);
 }
 
-// Fills g_scsiHostList and g_nvmeCtrlList through udev; a subsystem that fails is printed.
+// Fills g_scsiHostList and g_nvmeCtrlList through udev. Prints an error for each subsystem that fails.
 void SCAN_GetAllScanTargets();
 
-// Rescans every SCSI host, then every NVMe over Fabrics controller, with one line for each.
+// Rescans every SCSI host, then every NVMe over Fabrics controller. Prints one line for each.
 void SCAN_ScanAllTargets();
 
-// Free every record of their list, which is empty afterwards.
+// Free every record of the list and leave it empty.
 void SCAN_FreeAllScsiHost();
 void SCAN_FreeAllNvmeCtrl();

@@ -1,4 +1,4 @@
-// The WWN that a disk's logical unit carries now (SPC-5, Device Identification VPD page, 0x83).
+// Current WWN of a disk's logical unit (SPC-5, Device Identification VPD page, 0x83).
 #pragma once
 
 #include <cstdint>
@@ -9,7 +9,8 @@
 // Returns RET_OK; RET_OPEN_FAIL, RET_NO_MEMORY, RET_CMD_FAIL or RET_DATA_INVALID with `curWwn` unchanged.
 [[nodiscard]] ResultCode SCAN_GetDiskWwn(ScsiDisk &disk);
 
-// Takes the 16-byte NAA designator of the logical unit from the page's first designation descriptor at `descriptor`
-// into `curWwn`. `length` is the size in bytes of the whole page, with its 4-byte header in front of the descriptor.
-// Returns RET_OK, or RET_DATA_INVALID with `curWwn` unchanged when the page is too short or the descriptor another one.
+// Stores the logical unit's 16-byte NAA designator in `curWwn`. `descriptor` is the first designation descriptor of the
+// page. `length` is the size of the whole page in bytes, with the 4-byte header before the descriptor.
+// Returns RET_OK. If the page is too short or the descriptor has another type or length, returns RET_DATA_INVALID and
+// leaves `curWwn` unchanged.
 [[nodiscard]] ResultCode SCAN_ParseDiskWwn(ScsiDisk &disk, const std::uint8_t *descriptor, std::uint32_t length);
