@@ -39,7 +39,7 @@ void SCAN_CheckScsiSession(ScsiSession &session)
             ++g_changedDiskCount;
         }
     }
-    // One answer of any kind through any disk shows that the session is alive.
+    // One usable answer to either query, through any disk, shows that the session is connected.
     if (failedLunQueries == disksSeen && failedWwnReads == disksSeen) {
         session.state = kSessionNotConnected;
     }

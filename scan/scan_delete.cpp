@@ -73,8 +73,8 @@ bool IsOneOf(const std::array<std::string_view, 4> &answers, std::string_view an
     return std::find(answers.begin(), answers.end(), answer) != answers.end();
 }
 
-// Reads up to and including a line feed, at most the whole buffer. Returns the number of characters read, which is 0
-// only at the end of input.
+// Reads up to and including a line feed, at most the whole buffer. Returns the number of characters read. It is 0 only
+// at the end of input.
 std::size_t ReadAnswer(char (&buffer)[kAnswerSize])
 {
     (void)memset_s(buffer, sizeof buffer, 0, sizeof buffer);  // sizes are equal
@@ -97,17 +97,17 @@ int SCAN_ReadUserYesOrNo()
     char buffer[kAnswerSize];
     for (;;) {
         const std::size_t count = ReadAnswer(buffer);
-        // A full buffer has no terminator.
+        // A full buffer has no terminator, so the precision ends the text.
         SCAN_Record(LogLevel::Info, "input {%.*s}\n", static_cast<int>(count), buffer);
         if (count == 0) {
-            return 0;  // nobody is left to ask, and only a yes deletes
+            return 0;  // end of input counts as no
         }
         const bool isWholeLine = buffer[count - 1] == '\n';
         if (count < sizeof buffer) {
             if (!isWholeLine && std::ferror(stdin) != 0) {
-                return 0;  // the rest of the line may still come: this can be the "y" of any word
+                return 0;  // a read error cut the line: a "y" may begin any word
             }
-            // A last line without a line feed is judged whole at the end of input.
+            // A last line may end at the end of input instead of at a line feed.
             const std::string_view answer(buffer, isWholeLine ? count - 1 : count);
             if (IsOneOf(kYes, answer)) {
                 return 1;
@@ -130,7 +130,7 @@ void SCAN_DeleteChangeDisk()
             if (!isStale) {
                 continue;
             }
-            // A disk that has taken the place of the filed one was never questioned.
+            // The inode number keeps a disk that replaced the queried one: it was never queried itself.
             if (INTF_UTIL_Write(disk.devPath, "delete", "1", 1, disk.inode) >= 1) {
                 SCAN_Print(LogLevel::Info, "    delete %u:%u:%u:%u success.\n", disk.host, disk.channel, disk.target,
                            disk.lun);

@@ -18,7 +18,7 @@ namespace {
 
 constexpr std::size_t kLinkSize = 128;  // bytes of a generic link's target, the terminator included
 
-// The text behind a separator, which is null where there was none, as messages show it.
+// `text` for a message, or "" if it is null because a separator was missing.
 const char *TextOf(const char *text)
 {
     return text == nullptr ? "" : text;
@@ -62,7 +62,7 @@ ResultCode SCAN_GetScsiDiskSgName(ScsiDisk &disk)
         SCAN_Record(LogLevel::Error, "full name{%s} read link fail.\n", path);
         return RET_FAIL;
     }
-    // Of a link that fills the buffer the end may be cut off, and what is left of its name is another disk's then.
+    // A link that fills the buffer may be truncated, and a truncated name may be another disk's.
     const bool mayBeCut = linkLength == sizeof link - 1;
     char *name = link;
     (void)INTF_UTIL_StrSep(&name, "scsi_generic/");  // only what follows the separator counts
@@ -88,7 +88,7 @@ ResultCode SCAN_InitScsiDisk(ScsiDisk &disk)
         return RET_FAIL;
     }
     if (INTF_UTIL_Read(disk.devPath, "model", disk.product, kProductLength) < 0) {
-        // An entry without a product still names such a disk.
+        // An entry without a product still matches such a disk.
         SCAN_Record(LogLevel::Error, "scsi disk get product fail by path{%s}.\n", disk.devPath);
     }
     INTF_UTIL_TrimTailSpace(disk.vendor, sizeof disk.vendor);
@@ -159,7 +159,7 @@ void SCAN_CreateScsiDisk(const char *name, const char *directory)
     disk->channel = channel;
     disk->target = target;
     disk->lun = lun;
-    // First: what is read below then belongs to this directory, or to one that took its place and is left alone.
+    // Read first: if another directory replaces this one later, the inode differs, and that device is not deleted.
     disk->inode = INTF_UTIL_Inode(disk->devPath);
     if (SCAN_InitScsiDisk(*disk) != RET_OK || SCAN_SessionAddDisk(*disk) != RET_OK) {
         return;

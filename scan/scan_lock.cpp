@@ -19,7 +19,7 @@ constexpr std::size_t kPidTextSize = 128;
 ResultCode SCAN_CheckOnlyOneRun()
 {
     char text[kPidTextSize] = {};
-    // Not truncated here: a copy that does not get the lock must leave the holder's process id as it is.
+    // No O_TRUNC: a copy that does not get the lock must not remove the holder's process id.
     g_pidFd = open(kPidFile, O_RDWR | O_CREAT | O_CLOEXEC, 0600);
     if (g_pidFd < 0) {
         SCAN_Record(LogLevel::Error, "can't open file{%s} with err{%s}.\n", kPidFile, std::strerror(errno));
@@ -34,7 +34,7 @@ ResultCode SCAN_CheckOnlyOneRun()
         g_pidFd = -1;
         return RET_FAIL;
     }
-    // The lock, not the text, decides: a file that keeps old content behind the new is still locked.
+    // Ignore a failure: only the lock counts, not old content after the process id.
     [[maybe_unused]] const int truncated = ftruncate(g_pidFd, 0);
     const int length = sprintf_s(text, sizeof text - 1, "%ld", static_cast<long>(getpid()));
     if (write(g_pidFd, text, static_cast<std::size_t>(length) + 1) < 0) {

@@ -33,7 +33,7 @@ ResultCode SCAN_ParseParam(int argc, char *const argv[])
         return RET_OK;
     }
     if (argc == 3 && ((IsNoCheck(argv[1]) && IsMutual(argv[2])) || (IsMutual(argv[1]) && IsNoCheck(argv[2])))) {
-        // Without the check there is nothing to ask about.
+        // Without the check nothing is stale, so there is nothing to ask.
         g_noCheck = 1;
         g_silent = 1;
         return RET_OK;

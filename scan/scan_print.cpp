@@ -6,7 +6,7 @@ void SCAN_PrintMessage(LogLevel level, const char *function, int line, const cha
 {
     va_list list;
     va_start(list, format);
-    // Nobody may read the output any more; the record is written all the same.
+    // Ignore a failure: even if nobody reads the output, the record must be written.
     (void)std::vprintf(format, list);
     (void)std::fflush(stdout);
     va_end(list);

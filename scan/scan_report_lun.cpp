@@ -14,19 +14,19 @@ namespace {
 
 // SPC-5, REPORT LUNS command and parameter data.
 constexpr std::uint8_t kOpReportLuns = 0xA0;
-constexpr std::uint8_t kSelectReport = 0x00;  // logical units, the well-known ones left out
+constexpr std::uint8_t kSelectReport = 0x00;  // logical units without the well-known ones
 constexpr std::size_t kReportLunsCommandSize = 12;
 constexpr std::uint32_t kHeaderSize = 8;  // LUN LIST LENGTH and a reserved field
 constexpr std::uint32_t kEntrySize = 8;
 constexpr std::uint32_t kFirstListLength = 4088;    // 511 entries
-constexpr std::uint32_t kMaxListLength = 1u << 20;  // 131,072 entries; a target that claims more is not believed
-constexpr int kMaxGrowths = 8;                      // nor one whose list never stops growing
+constexpr std::uint32_t kMaxListLength = 1u << 20;  // 131,072 entries; a longer list is an error
+constexpr int kMaxGrowths = 8;                      // a list that grows more often is an error
 
 constexpr std::size_t kLunTextSize = 256;
 constexpr std::size_t kLunTextLimit = 127;  // bytes of a record's text, the terminator included
 
-// The kernel's number for an entry (SAM-5, eight byte LUN structure): of the four 2-byte addressing levels, the first
-// stands in the lowest 16 bits.
+// The kernel's number for an entry (SAM-5, eight byte LUN structure). The entry has four 2-byte addressing levels; the
+// first becomes the lowest 16 bits.
 std::uint64_t LunOfEntry(const std::uint8_t *entry)
 {
     std::uint64_t lun = 0;
@@ -56,7 +56,7 @@ void SCAN_PrintLunIds(const ScsiSession &session, const std::uint64_t *lunList, 
             SCAN_Record(LogLevel::Info, "%s\n", text);
             (void)memset_s(text, sizeof text, 0, sizeof text);  // sizes are equal
             length = 0;
-            continue;  // an empty text holds any number
+            continue;  // any number fits an empty text
         }
         length += static_cast<std::size_t>(added);
         ++i;
@@ -114,7 +114,7 @@ ResultCode SCAN_ParseReportLunids(ScsiSession &session, const std::uint8_t *entr
 
 ResultCode SCAN_ReportLun(ScsiSession &session, const char *path)
 {
-    // Any disk of the session knows its list.
+    // Any disk of the session can report the list.
     OwnedFd fd(SCAN_OpenNode(path, {session.host, session.channel, session.target, std::nullopt}));
     if (!fd.IsOpen()) {
         SCAN_Record(LogLevel::Error, "open file{%s} fail!\n", path);
@@ -124,7 +124,7 @@ ResultCode SCAN_ReportLun(ScsiSession &session, const char *path)
     std::uint32_t expectedLength = kFirstListLength;
     for (int growths = 0;; ++growths) {
         const std::uint32_t size = expectedLength + kHeaderSize;
-        buffer.reset();  // the old buffer is given back before a larger one is taken
+        buffer.reset();  // frees the old buffer before allocating a larger one
         buffer.reset(static_cast<std::uint8_t *>(std::malloc(size)));
         if (buffer == nullptr) {
             fd.Close();
@@ -150,7 +150,7 @@ ResultCode SCAN_ReportLun(ScsiSession &session, const char *path)
 
 int SCAN_IsLunReported(const ScsiDisk &disk, const ScsiSession &session)
 {
-    // Compared in 64 bits: an entry above 32 bits is no disk's LUN.
+    // Compare 64 bits: an entry above 32 bits is not the LUN of any disk.
     const std::span<const std::uint64_t> reported(session.lunList, session.lunCount);
     return std::find(reported.begin(), reported.end(), disk.lun) != reported.end() ? 1 : 0;
 }

@@ -18,10 +18,10 @@ constexpr int kAttempts = 3;
 constexpr unsigned int kTimeoutMs = 10000;
 constexpr std::size_t kSenseSize = 32;
 constexpr std::size_t kDescriptionSize = 256;  // bytes of a path or link in /sys/dev/char, the terminator included
-constexpr std::size_t kAddressSize = 64;       // more than four numbers with colons take
+constexpr std::size_t kAddressSize = 64;       // more than four numbers with colons need
 
-// Reads where the kernel says that an open generic node belongs, such as "../../../2:0:0:1". Returns false where it
-// says nothing.
+// Reads the kernel's link from an open generic node to its device, such as "../../../2:0:0:1". Returns false if there
+// is none.
 bool ReadDescription(int fd, char (&link)[kDescriptionSize])
 {
     char path[kDescriptionSize] = {};
@@ -34,8 +34,8 @@ bool ReadDescription(int fd, char (&link)[kDescriptionSize])
     return readlink(path, link, sizeof link - 1) > 0;
 }
 
-// The kernel gives the number of a node to no other disk while the node is open, so that an answer belongs to the disk
-// that this found.
+// While the node is open, the kernel gives its number to no other disk. So after this check, every answer comes from
+// the disk that it found.
 bool BelongsToAnother(int fd, const NodeOwner &owner)
 {
     char link[kDescriptionSize] = {};

@@ -16,16 +16,16 @@
 
 namespace {
 
-// Whatever the caller hands down, a run neither ends between two deletions nor misjudges a rescan.
+// Signal dispositions of the caller must not end a run between two deletions or hide the result of a rescan.
 void SetSignals()
 {
     // None of these calls can fail for these signals.
-    (void)std::signal(SIGPIPE, SIG_IGN);  // a reader of the output may go away
-    (void)std::signal(SIGXFSZ, SIG_IGN);  // the trace log may have grown to the caller's limit of a file's size
-    (void)std::signal(SIGCHLD, SIG_DFL);  // where it is ignored, nobody learns how `nvme` ended
+    (void)std::signal(SIGPIPE, SIG_IGN);  // the reader of the output may exit
+    (void)std::signal(SIGXFSZ, SIG_IGN);  // the trace log may reach the caller's file size limit
+    (void)std::signal(SIGCHLD, SIG_DFL);  // if ignored, the exit status of `nvme` is lost
 }
 
-// Whoever can write the trace log can forge what a run seems to have done.
+// Only root may write the trace log, because a writer can forge records of a run.
 void LimitFileModes()
 {
     constexpr mode_t kNoGroupWriteNorOthers = 027;
@@ -37,11 +37,11 @@ void HoldStandardStreams()
 {
     int fd = 0;
     do {
-        // `nvme` inherits the stand-ins, so that no file of its own takes their place either.
+        // No O_CLOEXEC: `nvme` inherits these streams, so none of its own files becomes a standard stream.
         fd = open("/dev/null", O_RDWR);
     } while (fd >= 0 && fd <= STDERR_FILENO);
     if (fd > STDERR_FILENO) {
-        (void)close(fd);  // no stand-in, so nobody inherits it; nothing was written
+        (void)close(fd);  // not a standard stream; nothing was written
     }
 }
 
@@ -82,6 +82,6 @@ void SCAN_Uninit()
     if (g_configLoaded == 1) {
         UDEV_FreeProductList();
     }
-    (void)close(g_pidFd);  // the lock goes with the descriptor, whatever close says
+    (void)close(g_pidFd);  // even a close that fails releases the lock
     g_pidFd = -1;
 }

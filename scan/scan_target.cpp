@@ -24,7 +24,7 @@ OwnedMemory<ScsiHost> SCAN_CreateScsiHost(std::int32_t hostNo, const char *path)
         SCAN_Record(LogLevel::Error, "malloc scsi host by num{%d} fail.\n", hostNo);
         return nullptr;
     }
-    // A path that is too long leaves the field empty: the host stays listed and its scan fails visibly.
+    // A path that is too long leaves the field empty. The host stays in the list, and its rescan prints a failure.
     (void)strncpy_s(host->sysPath, sizeof host->sysPath - 1, path, std::strlen(path));
     host->hostNo = hostNo;
     SCAN_Record(LogLevel::Info, "create scsi host{%d} finish.\n", hostNo);
@@ -37,7 +37,7 @@ void SCAN_HandUdevScsiHost(const char *path, udev_device * /*device*/)
         return;
     }
     char buffer[kPathSize] = {};
-    // A path that is too long leaves the buffer empty, so without a number.
+    // A path that is too long leaves the buffer empty, and the number is missing.
     // It ends in the buffer's own zeros: NOLINTNEXTLINE(bugprone-not-null-terminated-result)
     (void)memcpy_s(buffer, sizeof buffer - 1, path, std::strlen(path));
     char *cursor = buffer;
@@ -92,7 +92,7 @@ void SCAN_HandUdevNvmeHost(const char *path, udev_device * /*device*/)
         return;
     }
     char buffer[kPathSize] = {};
-    // A path that is too long leaves the buffer empty, so without the prefix.
+    // A path that is too long leaves the buffer empty, and the prefix is missing.
     // It ends in the buffer's own zeros: NOLINTNEXTLINE(bugprone-not-null-terminated-result)
     (void)memcpy_s(buffer, sizeof buffer - 1, path, std::strlen(path));
     char *name = buffer;
@@ -136,7 +136,7 @@ void SCAN_ScanNvmeCtrl(const NvmeCtrl &ctrl)
         SCAN_Print(LogLevel::Error, "fail.\n");
         return;
     }
-    // The name is "nvme" and digits, nothing for the shell to interpret: NOLINTNEXTLINE(cert-env33-c)
+    // The name is "nvme" and digits, so the shell has nothing to expand: NOLINTNEXTLINE(cert-env33-c)
     if (std::system(command) != 0) {
         SCAN_Print(LogLevel::Error, "fail.\n");
         return;

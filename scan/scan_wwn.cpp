@@ -47,7 +47,7 @@ ResultCode SCAN_IusseInquiry0x83(int fd, std::uint8_t *buffer, std::uint16_t len
 
 ResultCode SCAN_ParseDiskWwn(ScsiDisk &disk, const std::uint8_t *descriptor, std::uint32_t length)
 {
-    // A designator that reaches past its page must never make a disk look changed.
+    // Bytes after the end of the page must never make a disk look changed.
     if (length < kPageHeaderSize + kDescriptorHeaderSize + kDesignatorLength) {
         SCAN_Record(LogLevel::Error, "get disk wwn fail with len{%u}!\n", length);
         return RET_DATA_INVALID;
