@@ -1,26 +1,33 @@
-# tools/common.sh: functions for this project's scripts, which read it with `.`; sh is enough for it.
+# shellcheck shell=bash
+# tools/common.sh: functions for the scripts of this project, which read this file with `.`. Their names begin with vd_.
 
-# help "$@": with --help as the first argument, prints the comment at the head of the calling script and ends it.
-help() {
+# vd_help "$@": if --help is the first argument, prints the comment at the head of the calling script, and exits with 0.
+vd_help() {
     [ "${1:-}" = --help ] || return 0
     sed -n '1d; /^#/!q; s/^# \{0,1\}//p' "$0"
     exit 0
 }
 
-# skip REASON: ends the calling check with the exit status that marks a skipped one; names it with its folder.
-skip() {
+# vd_usage: prints the same on standard error, and exits with 2.
+vd_usage() {
+    (vd_help --help) >&2
+    exit 2
+}
+
+# vd_skip REASON: prints the name of the calling check with its folder, and exits with 77, which marks a skipped check.
+vd_skip() {
     echo "$(basename "$(dirname "$0")")/${0##*/}: skipped: $1"
     exit 77
 }
 
-# require COMMAND...: skips the calling check unless all of these can be run. Where VD_NOTHING_MISSING is set, as ./test
-# does after it has installed everything, the check fails instead.
-require() {
-    missing=
+# vd_require COMMAND...: skips the calling check unless all these commands can be run. If VD_NOTHING_MISSING is set, the
+# check fails instead; ./test sets it after it has installed everything.
+vd_require() {
+    local command missing=
     for command; do
-        command -v "$command" > /dev/null || missing="$missing $command"
+        command -v "$command" > /dev/null || missing+=" $command"
     done
     [ -n "$missing" ] || return 0
     [ -z "${VD_NOTHING_MISSING:-}" ] || { echo "${0##*/}: not found:$missing" >&2; exit 1; }
-    skip "not found:$missing"
+    vd_skip "not found:$missing"
 }
