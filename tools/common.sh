@@ -31,3 +31,33 @@ vd_require() {
     [ -z "${VD_NOTHING_MISSING:-}" ] || { echo "${0##*/}: not found:$missing" >&2; exit 1; }
     vd_skip "not found:$missing"
 }
+
+# vd_retry COMMAND...: runs the command up to three times, with pauses. A mirror that is being updated, or another apt-get
+# that holds the lock, is ready a little later.
+vd_retry() {
+    local pause
+    for pause in 5 20; do
+        ! "$@" || return 0
+        sleep "$pause"
+    done
+    "$@"
+}
+
+# vd_unpack DIRECTORY DEB...: unpacks these packages into DIRECTORY, and runs nothing of them. Releases differ in whether
+# they pack files below /lib or /usr/lib; in DIRECTORY both are the same.
+vd_unpack() {
+    local name deb
+    for name in bin lib lib64 sbin; do
+        mkdir -p "$1/usr/$name"
+        ln -sfn "usr/$name" "$1/$name"
+    done
+    for deb in "${@:2}"; do
+        dpkg-deb --fsys-tarfile "$deb" | tar -x -C "$1" --keep-directory-symlink
+    done
+}
+
+# vd_publish FINISHED DIRECTORY: renames a finished directory, so that DIRECTORY appears complete or not at all. If
+# another run was first, its directory stays.
+vd_publish() {
+    mv -T "$1" "$2" 2> /dev/null || [ -e "$2" ]
+}
