@@ -61,3 +61,14 @@ vd_unpack() {
 vd_publish() {
     mv -T "$1" "$2" 2> /dev/null || [ -e "$2" ]
 }
+
+# vd_check_hardening PROGRAM: prints the marks of hardening that the program has, and fails at one that it lacks.
+vd_check_hardening() {
+    local elf mark
+    elf=$(readelf -Whlds "$1")
+    printf '=== hardening of %s\n' "${1##*/}"
+    # Bound at the start, at any address; read-only relocations; no code on the stack; stack protector; fortified calls.
+    for mark in 'Flags: NOW PIE' GNU_RELRO 'GNU_STACK.* RW ' __stack_chk_fail _chk@; do
+        grep -m 1 -E -- "$mark" <<< "$elf" || { echo "${0##*/}: nothing like '$mark'" >&2; return 1; }
+    done
+}
