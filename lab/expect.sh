@@ -1,4 +1,5 @@
-# shellcheck shell=bash disable=SC2154
+# shellcheck shell=bash
+# shellcheck disable=SC2154 # array.sh and host.sh set the others
 # Runs the tool, and compares what the kernel then holds (read from sysfs and the device mapper, never from the tool's
 # own words) with what it should hold.
 
@@ -18,6 +19,7 @@ run() {
 answer() {
     echo "\$ vdRescan_plus" "${@:2}"
     : > /run/said
+    # shellcheck disable=SC2094 # it waits for what the other writes
     { wait_for grep -q 'input \[no\]:' /run/said; echo "$1"; } |
         script -qfec "vdRescan_plus ${*:2}" /dev/null > /run/said
     indent /run/said

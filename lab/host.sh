@@ -1,4 +1,5 @@
-# shellcheck shell=bash disable=SC2154
+# shellcheck shell=bash
+# shellcheck disable=SC2154 # array.sh sets the others
 # The guest as a host of that array: its initiators, dm-multipath, and what writes on the disks all the while.
 
 log=/opt/Veridane_NVMe/log/vd_rescan_log.txt

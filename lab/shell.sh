@@ -1,4 +1,5 @@
-# shellcheck shell=bash disable=SC2154
+# shellcheck shell=bash
+# shellcheck disable=SC2154 # lab_rows and lab_columns come from the kernel's command line
 # The prompt of lab/run --shell.
 
 . /lab/array.sh
