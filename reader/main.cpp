@@ -186,11 +186,12 @@ int main(int argc, char *argv[])
         (void)std::fputs(kReaderUsage, stderr);
         return Refuse(settings, fault, kWrongArguments);
     }
+    int status = kFound;
     if (settings.Has(kHelp) || settings.Has(kVersion)) {
         (void)std::printf("%s", settings.Has(kHelp) ? kReaderUsage : "vdRescan_log " VD_VERSION "\n");
-        return kFound;
+    } else {
+        status = ReportFromPath(settings);
     }
-    const int status = ReportFromPath(settings);
     const bool isWritten = std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
     return isWritten ? status : Refuse(settings, "the output cannot be written", kNoRun);
 }

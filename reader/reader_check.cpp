@@ -65,12 +65,32 @@ std::vector<std::string> NamesOf(const std::vector<Disk> &disks, Predicate isMea
     return names;
 }
 
-// Returns whether all candidates of the query are ignored disks.
-bool IsIgnored(const Unassigned &query, const Run &run, const Demands &demands)
+// Failed queries of a run that are taken for ignored disks, and all others.
+struct Excuses {
+    std::vector<std::string> names;  // of the disks that excuse a failure, with the number of other candidates
+    std::size_t unexcused = 0;       // failed queries on disks of unknown name
+};
+
+// The record of a failed query may leave several candidates. Each ignored disk among them excuses one query: it always
+// fails, so the failure is most likely its own.
+Excuses ExcusesIn(const Run &run, const Demands &demands)
 {
-    return !query.disks.empty() &&
-           std::all_of(query.disks.begin(), query.disks.end(),
-                       [&run, &demands](std::size_t disk) { return IsIgnored(run.disks[disk], demands); });
+    Excuses excuses;
+    std::vector<std::size_t> used;  // indices in Run::disks
+    for (const Unassigned &query : run.unassigned) {
+        const auto disk = std::find_if(query.disks.begin(), query.disks.end(), [&](std::size_t candidate) {
+            return IsIgnored(run.disks[candidate], demands) &&
+                   std::find(used.begin(), used.end(), candidate) == used.end();
+        });
+        if (disk == query.disks.end()) {
+            ++excuses.unexcused;
+            continue;
+        }
+        used.push_back(*disk);
+        excuses.names.push_back(std::string(run.disks[*disk].address) + " (or another of " +
+                                READER_Count(query.disks.size(), "disk") + ")");
+    }
+    return excuses;
 }
 
 void JudgeDisks(Verdict &verdict, const Run &run, const Demands &demands)
@@ -88,9 +108,7 @@ void JudgeDisks(Verdict &verdict, const Run &run, const Demands &demands)
              run.isWhole ? "stale and left in place:" : "stale, deletion not recorded:", NamesOf(run.disks, left));
     WorsenBy(verdict, kCheckWarning, "not questioned:", NamesOf(run.disks, notQuestioned));
     WorsenBy(verdict, kCheckWarning, "left out:", NamesOf(run.leftOut, leftOut));
-    const auto queries =
-        std::count_if(run.unassigned.begin(), run.unassigned.end(),
-                      [&run, &demands](const Unassigned &query) { return !IsIgnored(query, run, demands); });
+    const std::size_t queries = ExcusesIn(run, demands).unexcused;
     if (queries > 0) {
         Worsen(verdict, kCheckWarning, "queries failed on unknown disks: " + std::to_string(queries));
     }
@@ -99,18 +117,13 @@ void JudgeDisks(Verdict &verdict, const Run &run, const Demands &demands)
     }
 }
 
-// The ignored addresses that would otherwise be reported.
+// The ignored disks that would otherwise be reported.
 std::vector<std::string> IgnoredIn(const Run &run, const Demands &demands)
 {
     std::vector<std::string> names =
         NamesOf(READER_Remarkable(run), [&demands](const Disk &disk) { return IsIgnored(disk, demands); });
-    for (const Unassigned &query : run.unassigned) {
-        for (const std::size_t disk : IsIgnored(query, run, demands) ? query.disks : std::vector<std::size_t>()) {
-            names.emplace_back(run.disks[disk].address);
-        }
-    }
-    std::sort(names.begin(), names.end());
-    names.erase(std::unique(names.begin(), names.end()), names.end());
+    const std::vector<std::string> excused = ExcusesIn(run, demands).names;
+    names.insert(names.end(), excused.begin(), excused.end());
     return names;
 }
 
@@ -121,7 +134,7 @@ void AddNotes(Verdict &verdict, const Run &run, const Demands &demands)
     if (verdict.text.empty()) {
         verdict.text = READER_Count(run.disks.size(), "disk") + (ignored.empty() ? " checked" : " found");
     }
-    WorsenBy(verdict, kCheckOk, "not checked and ignored:", ignored);
+    WorsenBy(verdict, kCheckOk, "ignored:", ignored);
     WorsenBy(verdict, kCheckOk,
              "deleted:", NamesOf(run.disks, [](const Disk &disk) { return disk.action == DiskAction::Deleted; }));
 }
@@ -132,7 +145,7 @@ void Judge(Verdict &verdict, const Run &run, const Demands &demands)
         Worsen(verdict, kCheckWarning, "refused: " + run.refusal);
     }
     if (run.outcome == Outcome::NotEnded) {
-        Worsen(verdict, kCheckCritical, "did not end");
+        Worsen(verdict, kCheckCritical, "no end is recorded");
     }
     if (!run.isWhole) {
         Worsen(verdict, kCheckWarning, "records are missing");

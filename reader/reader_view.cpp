@@ -52,9 +52,9 @@ void WriteHeading(std::FILE *out, const Run &run)
                        OutcomeOf(run).c_str());
     if (run.outcome == Outcome::NotEnded) {
         (void)std::fprintf(out, "%s\n",
-                           !run.isAtWork   ? "It was stopped, or is still at work."
-                           : *run.isAtWork ? "It is still at work."
-                                           : "It was stopped.");
+                           !run.isAtWork   ? "It was stopped, or is at work, or the log took no more records."
+                           : *run.isAtWork ? "It is at work."
+                                           : "It was stopped, or the log took no more records.");
     }
     if (!run.isWhole) {
         (void)std::fputs("Records of it are missing, so this may not be all.\n", out);

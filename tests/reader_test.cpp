@@ -209,16 +209,16 @@ TEST_F(MachineTest, ReaderKnowsTheRunAtWork)
         "run 3 of T: refused: another copy; run 2 is at work since T" +
             numbers + "status 1\n",
         Read("--check"));
-    EXPECT_NE(std::string::npos, Read("").find("not ended.\nIt is still at work.\n"));
+    EXPECT_NE(std::string::npos, Read("").find("not ended.\nIt is at work.\n"));
     Put(kLog, atWork);
     EXPECT_EQ("VDRESCAN UNKNOWN - no run to judge; run 1 is at work since T\nstatus 3\n", Read("--check"));
     // It was killed before the lock was taken again, by a run that cannot write the log.
     lockAt(usualTime + 1);
-    EXPECT_EQ("VDRESCAN CRITICAL - run 1 of T: did not end; a run that is not in the log is at work since T" + numbers +
+    EXPECT_EQ("VDRESCAN CRITICAL - run 1 of T: no end is recorded; a run that is not in the log is at work since T" + numbers +
                   "status 2\n",
               Read("--check"));
     (void)close(fd);  // gives the lock back
-    EXPECT_NE(std::string::npos, Read("").find("not ended.\nIt was stopped.\n"));
+    EXPECT_NE(std::string::npos, Read("").find("not ended.\nIt was stopped, or the log"));
 }
 
 // A record function or a message that is renamed in scan/ alone would no longer be recognised.
