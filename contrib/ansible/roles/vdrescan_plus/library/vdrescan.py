@@ -1,31 +1,83 @@
 #!/usr/bin/python
-"""Runs vdRescan_plus --mutual, and has it delete what was reviewed, or nothing.
+"""Runs vdRescan_plus --mutual, and has it delete exactly the reviewed disks, or nothing.
 
-The tool lists what is stale, asks, and then deletes what it has listed and nothing else. So the answer to its question
-is found here, from what its trace log tells at that moment, and is yes only where that is exactly what was reviewed.
-Whatever ends this module closes the tool's input, which means no.
+The tool lists the stale disks, asks, and then deletes those disks and no others. This module answers the question. It
+answers yes only if the tool's printed list, the tool's trace log and the review name the same disks. Anything that this
+module cannot read means no. The end of this module closes the tool's input, which means no, too.
 
 Arguments:
     reviewed        the stale disks that may be deleted, as a look returned them; none: only look
-    max_disks       no more of them than these
-    not_connected   whether there may be disks of sessions that are not connected among them
-    allow_no_disks  whether a host without a supported disk is as it should be
-    seconds         for the whole run, which is stopped then
+    max_disks       the largest number of disks that may be deleted
+    not_connected   whether disks of sessions that are not connected may be deleted
+    allow_no_disks  whether a host may be without a supported disk
+    seconds         time limit for the whole run
 
 Result:
-    report  lines for a person
-    stale   the stale disks, for a review
+    report   lines for a person
+    stale    the stale disks, for a review
+    deleted  addresses of the deleted disks
 """
+import contextlib
 import json
 import os
+import re
 import signal
 import subprocess
+import time
 
 from ansible.module_utils.basic import AnsibleModule
 
 LOG = "/opt/Veridane_NVMe/log/vd_rescan_log.txt"
-QUESTION = b"please input [yes], or input [no]:"
+QUESTION = "If you want delete all map view changed scsi disk, please input [yes], or input [no]:"
 STALE = ("not connected", "removed", "changed")
+QUESTION_SECONDS = 10  # in which the printed question must be in the trace log
+
+SESSION = r"[0-9]+:[0-9]+:[0-9]+"
+LINE = r"    %s:[0-9]+\n" % SESSION
+CHANGED_LINE = r"    %s:[0-9]+ \[[0-9A-Za-z]+ -> [0-9A-Za-z]+\]\n" % SESSION
+SILENT_SESSION = r"scsi session\((%s)\) is no connect, include below scsi disk:\n((?:%s)+)" % (SESSION, LINE)
+COUNTED = r"(?:there are many scsi disk %s, include below ([0-9]+) scsi disk:\n((?:%s)+))?"
+# All that the tool prints up to its question.
+LIST = re.compile(r"vdRescan_plus start\.\.\.\n((?:%s)*)" % SILENT_SESSION
+                  + COUNTED % ("removed", LINE) + COUNTED % ("changed", CHANGED_LINE) + re.escape(QUESTION))
+DELETION = re.compile(r"^    delete (\S+) (success|fail)\.$", re.MULTILINE)
+
+
+def up_to_question(said):
+    """The tool's output up to its first question; empty without one."""
+    return said[:said.find(QUESTION) + len(QUESTION)] if QUESTION in said else ""
+
+
+def printed_list(said):
+    """The stale disks in the tool's output up to its question as sorted tuples, or None if a part is not understood."""
+    if not said:
+        return []
+    match = LIST.fullmatch(said)
+    if not match:
+        return None
+    disks = []
+    for session, lines in re.findall(SILENT_SESSION, match[1]):
+        disks += [(address, "not connected", None, None) for address in lines.split()]
+        if any(address.rpartition(":")[0] != session for address in lines.split()):
+            return None
+    # Groups 2 and 3 are of the last silent session.
+    for state, count, lines in (("removed", match[4], match[5]), ("changed", match[6], match[7])):
+        found = re.findall(r"    (\S+)(?: \[(\S+) -> (\S+)\])?\n", lines or "")
+        if len(found) != int(count or 0):
+            return None
+        disks += [(address, state, old or None, new or None) for address, old, new in found]
+    return sorted(disks, key=lambda disk: disk[0])
+
+
+def logged_list(disks):
+    """The same of stale disks from the trace log or a review. Only of changed disks does the tool print the names."""
+    return sorted(((disk["address"], disk["state"])
+                   + ((disk["wwn"], disk["wwn_now"]) if disk["state"] == "changed" else (None, None))
+                   for disk in disks), key=lambda disk: disk[0])
+
+
+class TooLate(Exception):
+    """The run takes longer than it may."""
 
 
 def size_of_log():
@@ -33,15 +85,31 @@ def size_of_log():
 
 
 def run_since(size, reader):
-    """What the trace log tells of the run that begins at this size, or None unless there is exactly one."""
+    """The run that the trace log holds from this size on, or None unless it is exactly one."""
     try:
         with open(LOG, "rb") as log:
             os.lseek(log.fileno(), size, os.SEEK_SET)
-            told = subprocess.run([reader, "--all", "--json", "-"], stdin=log, stdout=subprocess.PIPE, check=False)
-        runs = json.loads(told.stdout)["runs"]
-    except (FileNotFoundError, ValueError):
+            output = subprocess.run([reader, "--all", "--json", "-"], stdin=log, stdout=subprocess.PIPE, check=False)
+        runs = json.loads(output.stdout)["runs"]
+    except (OSError, ValueError, KeyError):
         return None
     return runs[0] if len(runs) == 1 else None
+
+
+def run_at_question(size, reader):
+    """The same run after the tool has printed its question. The tool prints first and records then."""
+    deadline = time.monotonic() + QUESTION_SECONDS
+    while True:
+        run = run_since(size, reader)
+        if (run and run["asked"]) or time.monotonic() > deadline:
+            return run
+        time.sleep(0.1)
+
+
+def is_started_since(run, started):
+    """Whether the local time of the run's first record is between then and now, also when summer time ends."""
+    seconds = range(int(started), int(time.time()) + 1)
+    return run["start"] in [time.strftime("%Y-%m-%d %H:%M:%S", time.localtime(second)) for second in seconds]
 
 
 def stale_disks(run):
@@ -51,11 +119,8 @@ def stale_disks(run):
     return sorted(disks, key=lambda disk: disk["address"])
 
 
-def refusal(run, options):
-    """Why the disks of this run must not be deleted, or None."""
-    disks = stale_disks(run)
-    if disks != options["reviewed"]:
-        return "what is stale now is not what was reviewed"
+def refusal(disks, options):
+    """Why these disks must not be deleted, whoever reviewed them, or None."""
     if len(disks) > options["max_disks"]:
         return "%d disks are stale, more than vd_max_disks" % len(disks)
     if not options["not_connected"] and any(disk["state"] == "not connected" for disk in disks):
@@ -63,46 +128,73 @@ def refusal(run, options):
     return None
 
 
-def answer(run, options):
-    """What the tool gets to its question in this run, whose end is still to come."""
-    return b"yes\n" if options["reviewed"] and run and not refusal(run, options) else b"no\n"
+def objection(said, run, started, options):
+    """Why the answer to the tool's question in this run must be no, or None."""
+    try:
+        if not (run and run["whole"] and run["asked"] and run["outcome"] == "not ended" and run["answer"] is None):
+            return "the trace log does not hold this run up to its question"
+        if not is_started_since(run, started):
+            return "the trace log dates this run at %s" % run["start"]
+        if any(disk["action"] != "none" for disk in run["disks"]):
+            return "the trace log holds actions from before the question"
+        disks = stale_disks(run)
+        if printed_list(said) != logged_list(disks):
+            return "the tool's list and its trace log are not the same"
+        if not disks or disks != options["reviewed"]:
+            return "what is stale now is not what was reviewed"
+        return refusal(disks, options)
+    except (KeyError, TypeError, ValueError, AttributeError) as error:
+        return "the trace log cannot be understood: %r" % error
 
 
-def play(tool, options, run_so_far):
-    """Runs the tool to its end. False: it had to be stopped."""
+def play(tool, seconds, decide):
+    """Runs the tool, and answers its question once. Returns whether it ended in time, and its output."""
     def stop(*_):
-        raise TimeoutError
+        raise TooLate
 
+    said = b""
+    is_answered = False
     signal.signal(signal.SIGALRM, stop)
-    signal.alarm(options["seconds"])
+    signal.alarm(seconds)
     run = subprocess.Popen([tool, "--mutual"], stdin=subprocess.PIPE, stdout=subprocess.PIPE)
     try:
-        said = b""
         while True:
             piece = run.stdout.read1(4096)
             if not piece:
-                return True
+                return True, said.decode("ascii", "replace")
             said += piece
-            if said.endswith(QUESTION):
-                run.stdin.write(answer(run_so_far(), options))
-                run.stdin.flush()
-    except TimeoutError:
-        run.kill()  # and not waited for: inside the kernel it may last
-        return False
+            if said.endswith(QUESTION.encode()) and not is_answered:
+                is_answered = True
+                text = b"yes\n" if decide(said.decode("ascii", "replace")) else b"no\n"
+                with contextlib.suppress(BrokenPipeError):  # its end is reported below
+                    run.stdin.write(text)
+                    run.stdin.close()
+    except TooLate:
+        run.kill()  # without waiting for its end: inside the kernel it may last
+        os.set_blocking(run.stdout.fileno(), False)
+        said += run.stdout.read() or b""
+        return False, said.decode("ascii", "replace")
     finally:
         signal.alarm(0)
 
 
-def fault(ended, run, options):
+def deletions(said, run, result):
+    """Addresses whose deletion had this result, after the tool's output or its trace log."""
+    word, action = ("success", "deleted") if result else ("fail", "failed")
+    logged = {disk["address"] for disk in run["disks"] if disk["action"] == action} if run else set()
+    return sorted(logged.union(address for address, end in DELETION.findall(said) if end == word))
+
+
+def fault_of_run(ended, said, run, options):
     """Why this run is not as it should be, or None."""
     if not ended:
         return "the run did not end within %d seconds, and was stopped" % options["seconds"]
     if not run:
-        return "the trace log does not tell of this run alone; is it missing, or was there another run?"
+        return "the trace log does not hold this run alone; is it rotated, or was there another run?"
     if run["outcome"] == "refused":
         return "the run was refused: %s" % run["refusal"]
     if run["outcome"] != "complete":
-        return "the run did not end"
+        return "the trace log does not hold the end of the run; is its file system full?"
     if not run["whole"]:
         return "records of the run are missing"
     if not run["list_loaded"]:
@@ -111,30 +203,45 @@ def fault(ended, run, options):
         return " ".join(run["inventory_errors"])
     if run["disks_found"] == 0 and not options["allow_no_disks"]:
         return "no supported disk was found"
-    if options["reviewed"] is None:
-        return None
-    actions = [disk["action"] for disk in run["disks"]]
-    reason = refusal(run, options)
-    if reason and "deleted" in actions:
-        return "DISKS WERE DELETED, ALTHOUGH " + reason
-    return "a disk could not be deleted" if "failed" in actions else reason
+    if printed_list(up_to_question(said)) != logged_list(stale_disks(run)):
+        return "the tool's list and its trace log are not the same"
+    return None
 
 
-def report(run):
+def fault_of_deletion(deleted, failed, answer, options):
+    """Why this host did not lose exactly the reviewed disks, or None. `answer` has the objection, if it was asked."""
+    reviewed = {disk["address"] for disk in options["reviewed"] or []}
+    foreign = sorted(set(deleted) - reviewed)
+    if foreign:
+        return "DISKS WERE DELETED THAT NOBODY REVIEWED: " + ", ".join(foreign)
+    if deleted and answer != [None]:
+        return "DISKS WERE DELETED WITHOUT A YES: " + ", ".join(deleted)
+    if answer and answer[0]:
+        return answer[0]
+    if failed:
+        return "a disk could not be deleted"
+    return "what is stale now is not what was reviewed" if reviewed - set(deleted) else None
+
+
+def report(run, said, deleted, failed):
     """Lines for a person."""
-    kinds = {}
-    for disk in run["disks"]:
+    disks = stale_disks(run) if run else []
+    known = [disk["address"] for disk in disks]
+    kinds = {"deleted": deleted, "failed": failed}
+    kinds["printed, but not in the trace log"] = [
+        "%s %s" % (disk[1], disk[0]) for disk in printed_list(up_to_question(said)) or [] if disk[0] not in known]
+    for disk in run["disks"] if run else []:
         text = disk["address"] or disk["reason"]
         if disk["state"] == "changed":
             text += " [%s -> %s]" % (disk["wwn"], disk["wwn_now"])
         kinds.setdefault(disk["state"], []).append(text)
-        if disk["action"] in ("deleted", "failed"):
-            kinds.setdefault(disk["action"], []).append(disk["address"])
-    kinds["not rescanned"] = run["hosts_not_rescanned"] + run["controllers_not_rescanned"]
-    order = STALE + ("not questioned", "left out", "deleted", "failed", "not rescanned")
+    if run:
+        kinds["not rescanned"] = run["hosts_not_rescanned"] + run["controllers_not_rescanned"]
+    order = STALE + ("printed, but not in the trace log", "unknown", "not questioned", "left out", "deleted", "failed",
+                     "not rescanned")
     lines = ["%s: %s" % (kind, ", ".join(kinds[kind])) for kind in order if kinds.get(kind)]
     return lines + ["a query failed, by one of %s: %s" % (", ".join(query["addresses"]) or "all", query["message"])
-                    for query in run["unassigned"]]
+                    for query in (run["unassigned"] if run else [])]
 
 
 def main():
@@ -145,20 +252,30 @@ def main():
         "allow_no_disks": {"type": "bool", "default": False},
         "seconds": {"type": "int", "required": True},
     })
+    options = module.params
     if module.check_mode:
         module.exit_json(report=["not looked"])
     tool, reader = (module.get_bin_path(name, required=True) for name in ("vdRescan_plus", "vdRescan_log"))
+    started = time.time()
     size = size_of_log()
-    ended = play(tool, module.params, lambda: run_since(size, reader))
+    answer = []
+
+    def decide(said):
+        if options["reviewed"] is None:
+            return False
+        answer.append(objection(said, run_at_question(size, reader), started, options))
+        return answer[0] is None
+
+    ended, said = play(tool, options["seconds"], decide)
     run = run_since(size, reader)
-    lines = report(run) if run else []
-    reason = fault(ended, run, module.params)
-    if reason:
-        module.fail_json(msg="; ".join([reason] + lines))
+    deleted, failed = (deletions(said, run, result) for result in (True, False))
+    lines = report(run, said, deleted, failed)
+    faults = [fault_of_deletion(deleted, failed, answer, options), fault_of_run(ended, said, run, options)]
+    if any(faults):
+        module.fail_json(msg="; ".join([fault for fault in faults if fault] + lines))
     if not stale_disks(run):
         lines.append("nothing stale among %d disks" % run["disks_found"])
-    module.exit_json(changed=any(disk["action"] == "deleted" for disk in run["disks"]),
-                     report=lines, stale=stale_disks(run))
+    module.exit_json(changed=bool(deleted), report=lines, stale=stale_disks(run))
 
 
 if __name__ == "__main__":
