@@ -29,17 +29,18 @@ def disk(address, state, wwn="6a1b", wwn_now=None):
 
 
 RUN = {
-    "whole": True, "asked": True, "answer": None, "outcome": "not ended",
+    "whole": True, "asked": True, "answer": None, "outcome": "not ended", "unassigned": [], "others": [],
     "start": time.strftime("%Y-%m-%d %H:%M:%S", time.localtime(STARTED)),
+    "sessions_removed": ["3:0:0"],
     "disks": [disk("2:0:0:2", "changed", wwn_now="f0e1"), disk("2:0:0:3", "removed"), disk("2:0:1:1", "not connected"),
               disk("2:0:1:2", "not connected"), disk("3:0:0:2", "removed"), disk("3:0:0:9", "not questioned")],
 }
-OPTIONS = {"reviewed": vdrescan.stale_disks(RUN), "max_disks": 5, "not_connected": True}
+OPTIONS = {"reviewed": vdrescan.findings(RUN)["stale"], "max_disks": 5, "not_connected": True, "whole_sessions": True}
 RUN_FAULTS = {
     "whole": [False], "asked": [False], "answer": ["yes", "no"], "outcome": ["complete", "refused"],
-    "start": ["2036-01-01 00:00:00", "2001-01-01 00:00:00"], "disks": [[]],
+    "start": ["2036-01-01 00:00:00", "2001-01-01 00:00:00"], "disks": [[]], "sessions_removed": [None],
 }
-OPTION_FAULTS = {"reviewed": [[], None], "max_disks": [4], "not_connected": [False]}
+OPTION_FAULTS = {"reviewed": [[], None], "max_disks": [4], "not_connected": [False], "whole_sessions": [False]}
 DISK_FAULTS = {
     "address": ["2:0:0:33", None], "state": ["removed", "changed", "not connected", "unknown"],
     "wwn": ["F0E1", "6a1c"], "wwn_now": ["6A1B", "6a1c", "0000"], "action": ["deleted", "failed"],
@@ -87,6 +88,13 @@ for altered in altered_runs():
 for field, values in OPTION_FAULTS.items():
     for value in values:
         expect(False, "%s: %s" % (field, value), options=dict(OPTIONS, **{field: value}))
+
+# Everybody has the same names, and the disk stays all the same.
+for name in ("6A1B", "0000"):
+    run = copy.deepcopy(RUN)
+    run["disks"][0]["wwn_now"] = name
+    options = dict(OPTIONS, reviewed=vdrescan.findings(run)["stale"])
+    expect(False, "the new name %s" % name, PRINTED.replace("f0e1", name), run, options)
 
 # A deletion that only the output holds is reported, whatever was reviewed or answered.
 said = PRINTED + "delete all map view changed scsi disk:\n    delete 9:0:0:1 success.\n    delete 2:0:0:3 success.\n"

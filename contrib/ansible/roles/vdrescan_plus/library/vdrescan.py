@@ -9,12 +9,13 @@ Arguments:
     reviewed        the stale disks that may be deleted, as a look returned them; none: only look
     max_disks       the largest number of disks that may be deleted
     not_connected   whether disks of sessions that are not connected may be deleted
+    whole_sessions  whether all disks of a session may be deleted because the session reports none of them
     allow_no_disks  whether a host may be without a supported disk
     seconds         time limit for the whole run
 
 Result:
     report   lines for a person
-    stale    the stale disks, for a review
+    found    what a review holds: `stale`, `sessions_removed`, `not_checked` and `others`
     deleted  addresses of the deleted disks
 """
 import contextlib
@@ -112,19 +113,47 @@ def is_started_since(run, started):
     return run["start"] in [time.strftime("%Y-%m-%d %H:%M:%S", time.localtime(second)) for second in seconds]
 
 
-def stale_disks(run):
-    """What identifies each stale disk, and why it is stale."""
+def findings(run):
+    """What a person reviews."""
     names = ("address", "state", "wwn", "wwn_now")
-    disks = [{name: disk[name] for name in names} for disk in run["disks"] if disk["state"] in STALE]
-    return sorted(disks, key=lambda disk: disk["address"])
+    unknown = [disk for disk in run["disks"] if disk["state"] in ("not questioned", "left out")]
+    not_checked = {disk["address"] or disk["node"] or "any disk" for disk in unknown}
+    for query in run["unassigned"]:
+        not_checked.update(query["addresses"] or ["any disk"])
+    return {
+        "stale": sorted(({name: disk[name] for name in names} for disk in run["disks"] if disk["state"] in STALE),
+                        key=lambda disk: disk["address"]),
+        "sessions_removed": sorted(run["sessions_removed"]),
+        "not_checked": sorted(not_checked),
+        "others": sorted("%s %s: %d" % (other["vendor"], other["product"], other["disks"]) for other in run["others"]),
+    }
 
 
-def refusal(disks, options):
+def objections(found):
+    """What makes a deletion questionable: pairs of a text and the argument that allows it all the same, or None."""
+    for disk in found["stale"]:
+        if disk["state"] == "changed":
+            old, new = disk["wwn"] or "", disk["wwn_now"] or ""
+            if old.lower() == new.lower():
+                yield disk["address"] + ": the names differ only in case: the disk is the same", None
+            if not new.strip("0"):
+                yield disk["address"] + ": the new name is all zeros", None
+    for session in found["sessions_removed"]:
+        yield session + ": every disk of the session is removed", "whole_sessions"
+    silent = {disk["address"].rpartition(":")[0] for disk in found["stale"] if disk["state"] == "not connected"}
+    for session in sorted(silent):
+        yield session + ": the session is not connected", "not_connected"
+
+
+def refusal(found, options):
     """Why these disks must not be deleted, whoever reviewed them, or None."""
-    if len(disks) > options["max_disks"]:
-        return "%d disks are stale, more than vd_max_disks" % len(disks)
-    if not options["not_connected"] and any(disk["state"] == "not connected" for disk in disks):
-        return "a session is not connected, and vd_delete_not_connected is not set"
+    if len(found["stale"]) > options["max_disks"]:
+        return "%d disks are stale, more than vd_max_disks" % len(found["stale"])
+    for text, argument in objections(found):
+        if argument is None:
+            return text + ", which is never deleted"
+        if not options[argument]:
+            return "%s, and vd_delete_%s is not set" % (text, argument)
     return None
 
 
@@ -137,12 +166,12 @@ def objection(said, run, started, options):
             return "the trace log dates this run at %s" % run["start"]
         if any(disk["action"] != "none" for disk in run["disks"]):
             return "the trace log holds actions from before the question"
-        disks = stale_disks(run)
-        if printed_list(said) != logged_list(disks):
+        found = findings(run)
+        if printed_list(said) != logged_list(found["stale"]):
             return "the tool's list and its trace log are not the same"
-        if not disks or disks != options["reviewed"]:
+        if not found["stale"] or found["stale"] != options["reviewed"]:
             return "what is stale now is not what was reviewed"
-        return refusal(disks, options)
+        return refusal(found, options)
     except (KeyError, TypeError, ValueError, AttributeError) as error:
         return "the trace log cannot be understood: %r" % error
 
@@ -185,10 +214,13 @@ def deletions(said, run, result):
     return sorted(logged.union(address for address, end in DELETION.findall(said) if end == word))
 
 
-def fault_of_run(ended, said, run, options):
+def fault_of_run(ended, said, run, reader, started, options):
     """Why this run is not as it should be, or None."""
     if not ended:
         return "the run did not end within %d seconds, and was stopped" % options["seconds"]
+    check = subprocess.run([reader, "--check", "--since", str(int(started))], stdout=subprocess.PIPE, check=False)
+    if check.returncode == 3:
+        return check.stdout.decode("utf-8", "replace").strip()
     if not run:
         return "the trace log does not hold this run alone; is it rotated, or was there another run?"
     if run["outcome"] == "refused":
@@ -203,7 +235,7 @@ def fault_of_run(ended, said, run, options):
         return " ".join(run["inventory_errors"])
     if run["disks_found"] == 0 and not options["allow_no_disks"]:
         return "no supported disk was found"
-    if printed_list(up_to_question(said)) != logged_list(stale_disks(run)):
+    if printed_list(up_to_question(said)) != logged_list(findings(run)["stale"]):
         return "the tool's list and its trace log are not the same"
     return None
 
@@ -223,25 +255,35 @@ def fault_of_deletion(deleted, failed, answer, options):
     return "what is stale now is not what was reviewed" if reviewed - set(deleted) else None
 
 
-def report(run, said, deleted, failed):
+def lines_of_findings(found):
+    """Lines about stale disks, what is questionable, and disks that are not in the list."""
+    kinds = {}
+    for disk in found["stale"]:
+        names = " [%s -> %s]" % (disk["wwn"], disk["wwn_now"]) if disk["state"] == "changed" else ""
+        kinds.setdefault(disk["state"], []).append(disk["address"] + names)
+    lines = ["%s: %s" % (state, ", ".join(kinds[state])) for state in STALE if state in kinds]
+    lines += ["warning: " + text for text, _ in objections(found)]
+    if found["others"]:
+        lines.append("not in the list: " + ", ".join(found["others"]))
+    return lines
+
+
+def report(run, found, said, deleted, failed):
     """Lines for a person."""
-    disks = stale_disks(run) if run else []
-    known = [disk["address"] for disk in disks]
+    lines = lines_of_findings(found)
+    known = [disk["address"] for disk in found["stale"]]
+    only_printed = [disk for disk in printed_list(up_to_question(said)) or [] if disk[0] not in known]
+    lines += ["printed, but not in the trace log: %s %s" % (disk[1], disk[0]) for disk in only_printed]
     kinds = {"deleted": deleted, "failed": failed}
-    kinds["printed, but not in the trace log"] = [
-        "%s %s" % (disk[1], disk[0]) for disk in printed_list(up_to_question(said)) or [] if disk[0] not in known]
-    for disk in run["disks"] if run else []:
-        text = disk["address"] or disk["reason"]
-        if disk["state"] == "changed":
-            text += " [%s -> %s]" % (disk["wwn"], disk["wwn_now"])
-        kinds.setdefault(disk["state"], []).append(text)
     if run:
+        for disk in run["disks"]:
+            kinds.setdefault(disk["state"], []).append(disk["address"] or disk["reason"])
         kinds["not rescanned"] = run["hosts_not_rescanned"] + run["controllers_not_rescanned"]
-    order = STALE + ("printed, but not in the trace log", "unknown", "not questioned", "left out", "deleted", "failed",
-                     "not rescanned")
-    lines = ["%s: %s" % (kind, ", ".join(kinds[kind])) for kind in order if kinds.get(kind)]
-    return lines + ["a query failed, by one of %s: %s" % (", ".join(query["addresses"]) or "all", query["message"])
-                    for query in (run["unassigned"] if run else [])]
+    order = ("unknown", "not questioned", "left out", "deleted", "failed", "not rescanned")
+    lines += ["%s: %s" % (kind, ", ".join(kinds[kind])) for kind in order if kinds.get(kind)]
+    for query in run["unassigned"] if run else []:
+        lines.append("a query failed, by one of %s: %s" % (", ".join(query["addresses"]) or "all", query["message"]))
+    return lines
 
 
 def main():
@@ -249,6 +291,7 @@ def main():
         "reviewed": {"type": "list", "elements": "dict"},
         "max_disks": {"type": "int", "default": 0},
         "not_connected": {"type": "bool", "default": False},
+        "whole_sessions": {"type": "bool", "default": False},
         "allow_no_disks": {"type": "bool", "default": False},
         "seconds": {"type": "int", "required": True},
     })
@@ -269,13 +312,19 @@ def main():
     ended, said = play(tool, options["seconds"], decide)
     run = run_since(size, reader)
     deleted, failed = (deletions(said, run, result) for result in (True, False))
-    lines = report(run, said, deleted, failed)
-    faults = [fault_of_deletion(deleted, failed, answer, options), fault_of_run(ended, said, run, options)]
+    if run and "sessions_removed" not in run:
+        module.fail_json(msg="this host's vdRescan_log is too old; deleted: %s" % (", ".join(deleted) or "nothing"))
+    found = findings(run) if run else {"stale": [], "sessions_removed": [], "not_checked": ["any disk"], "others": []}
+    lines = report(run, found, said, deleted, failed)
+    faults = [fault_of_deletion(deleted, failed, answer, options),
+              fault_of_run(ended, said, run, reader, started, options)]
     if any(faults):
         module.fail_json(msg="; ".join([fault for fault in faults if fault] + lines))
-    if not stale_disks(run):
+    if found["not_checked"]:
+        lines.append("not fully checked: " + ", ".join(found["not_checked"]))
+    elif not found["stale"]:
         lines.append("nothing stale among %d disks" % run["disks_found"])
-    module.exit_json(changed=bool(deleted), report=lines, stale=stale_disks(run))
+    module.exit_json(changed=bool(deleted), report=lines, found=found, deleted=deleted)
 
 
 if __name__ == "__main__":
