@@ -7,6 +7,7 @@ Arguments:
                look      looks, and writes the new review; it is approved if `withdrawn` was and holds the same
                approve   approves the review
                read      says whether the host is `due`, and why not; with --check, what would be deleted
+               reach     contacts the host
                delete    has the module vdrescan delete what was approved
     directory  of the reviews
     withdrawn  with `look`: what `withdraw` returned
@@ -18,6 +19,8 @@ import json
 import os
 from datetime import datetime, timedelta, timezone
 
+from ansible import constants
+from ansible.errors import AnsibleConnectionFailure
 from ansible.module_utils.parsing.convert_bool import boolean
 from ansible.plugins.action import ActionBase
 
@@ -83,6 +86,8 @@ class ActionModule(ActionBase):
         self._vars = task_vars
         self._args = self._task.args
         self._path = os.path.join(self._args["directory"], task_vars["inventory_hostname"] + ".json")
+        # Ansible removes this directory at its end. Other hosts of the same batch see the file at once.
+        self._stop = os.path.join(constants.DEFAULT_LOCAL_TMP, "vdrescan_stop")
         return getattr(self, "_do_" + self._args["do"])(self._task.check_mode)
 
     def _read(self):
@@ -163,11 +168,30 @@ class ActionModule(ActionBase):
             return {"failed": True, "msg": "; ".join([reason] + lines_of(review))}
         return {"due": True}
 
+    def _first_to_fail(self, contact):
+        """The result of this contact with the host. If it fails, no other host is contacted afterwards."""
+        if os.path.exists(self._stop):
+            return {"failed": True, "msg": "not begun, since another host failed"}
+        result = {"failed": True}
+        try:
+            result = contact()
+        except AnsibleConnectionFailure as error:
+            # As a failure it ends the play; ansible goes on after a host that is unreachable.
+            result["msg"] = "cannot be reached: %s" % error
+        finally:
+            if result.get("failed") or result.get("unreachable"):
+                open(self._stop, "w", encoding="utf-8").close()
+        return result
+
+    def _do_reach(self, _is_check):
+        return self._first_to_fail(lambda: self._execute_module("ansible.builtin.ping", module_args={},
+                                                                task_vars=self._vars))
+
     def _do_delete(self, _is_check):
         review, reason = self._reason_to_pass()
         if reason:
             return {"failed": True, "msg": "the review has changed: %s" % reason}
-        return self._delete(review)
+        return self._first_to_fail(lambda: self._delete(review))
 
     def _delete(self, review):
         # A review is good for one deletion, whatever becomes of it.
