@@ -1,4 +1,4 @@
-// Exactly the stale disks are deleted, whatever the disks of a session answer.
+// For every combination of answers in a session, exactly the stale disks are deleted.
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
@@ -16,11 +16,11 @@ namespace {
 
 enum Name { kSame, kOther, kUnreadable, kOfWrongForm };
 
-// What one disk of the session has to do with the answers.
+// Answers of and about one disk of the session.
 struct DiskAnswers {
-    bool listAnswers;  // REPORT LUNS through it
-    bool isReported;   // in that list, through whichever disk it comes
-    Name name;         // INQUIRY through it
+    bool listAnswers;  // REPORT LUNS through this disk succeeds
+    bool isReported;   // the session's LUN list has this disk, through any disk
+    Name name;         // result of INQUIRY to this disk
 };
 
 constexpr std::size_t kMaxDisks = 3;
@@ -33,8 +33,8 @@ DiskAnswers AnswersOf(unsigned int bits)
 
 std::string Address(std::size_t disk) { return "2:0:0:" + std::to_string(disk); }
 
-// The rule. A list that any disk gives decides on what is not in it; a name that is read decides on its own disk; and
-// only where nothing at all can be read is the whole session stale.
+// The rule: a disk is stale if any disk answers with a list that lacks it, or if its own name is another one. The whole
+// session is stale only if no list and no name can be read.
 std::string StaleDisks(const std::vector<DiskAnswers> &disks)
 {
     const auto hasName = [](const DiskAnswers &disk) { return disk.name == kSame || disk.name == kOther; };
@@ -61,10 +61,10 @@ void SetAnswers(const std::vector<DiskAnswers> &disks)
     for (std::size_t i = 0; i < disks.size(); ++i) {
         const std::string node = "sg" + std::to_string(i);
         const std::string eui64 = Bytes("00830014 01020008");  // a page with another designator first
-        // In the order of the enumeration.
+        // In the order of enum Name.
         const std::string pages[] = {NaaPage(Wwn(Address(i))), NaaPage(Wwn("9:9:9:9")), "", eui64};
         const Name name = disks[i].name;
-        // Refused by the device, the host adapter or the driver.
+        // Rejected by the device, the host adapter or the driver.
         const Answer refusals[kMaxDisks] = {{.status = 2}, {.host = 7}, {.driver = 6}};
         Answer list = disks[i].listAnswers ? Answer{} : refusals[i];
         list.data = LunList(luns);
@@ -73,7 +73,7 @@ void SetAnswers(const std::vector<DiskAnswers> &disks)
     }
 }
 
-// Checks and deletes in this process. Returns what was written into attributes.
+// Checks and deletes in this process. Returns the writes to attributes.
 std::string DeletedDisks()
 {
     Remove(kWrites);
@@ -112,7 +112,7 @@ TEST_F(MachineTest, ExactlyTheStaleDisksAreDeleted)
     UDEV_FreeProductList();
 }
 
-// It is found again while the run waits, and so was never asked.
+// The kernel finds the disk again while the run waits. The run never queried the new device.
 TEST_F(MachineTest, AnotherDiskInThePlaceOfAStaleOneStays)
 {
     ASSERT_EQ(1, UDEV_InitConfig());

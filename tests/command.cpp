@@ -43,7 +43,7 @@ bool EnterNamespace()
         std::ofstream("/proc/self/uid_map") << "0 " + uid + " 1";
         std::ofstream("/proc/self/gid_map") << "0 " + gid + " 1";
     }
-    // "/" of a chroot may be no mount point. Then it must show that the parent does not see what is mounted here.
+    // In a chroot, "/" may not be a mount point. Then check that the parent does not see the mounts made here.
     const std::string script = "parent=" + std::to_string(getppid()) + R"sh(
         exec 2> /dev/null
         mount --make-rprivate / && private=yes
@@ -69,7 +69,7 @@ void Enter()
     if (g_entered) {
         SetRoot("");
     }
-    (void)close_range(3, ~0U, CLOSE_RANGE_CLOEXEC);  // `nvme` must inherit only what the command itself leaves open
+    (void)close_range(3, ~0U, CLOSE_RANGE_CLOEXEC);  // `nvme` must inherit only descriptors of the command
     (void)setenv("PATH", ("/run/bin:" + std::string(std::getenv("PATH"))).c_str(), 1);
     (void)setenv("SYSTEMD_DEVICE_VERIFY_SYSFS", "0", 1);
 }
@@ -79,8 +79,7 @@ void StartOver()
     MakeEmpty();
     Link("/dev/null", ".host/null");
     Link("/dev/full", ".host/full");
-    // Of the descriptors above 2, only the shell's own of this script may be there, and none of the others may be
-    // missing.
+    // 0, 1 and 2 must be open, and no other descriptor but the one through which the shell reads this script.
     Put("/run/bin/nvme", R"(#!/bin/sh
 echo 'words of nvme'
 echo 'words of nvme' >&2

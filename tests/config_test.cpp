@@ -10,7 +10,7 @@ namespace {
 
 const std::string kSettings = "/etc/vdLinux.conf";
 
-// Loads a list and shows it: a line for each entry, then the records.
+// Loads a list. Returns a line for each entry, then the ERROR records.
 std::string Load(const std::string &file)
 {
     Put(kConfig, file);
@@ -27,7 +27,7 @@ std::string Load(const std::string &file)
 TEST_F(MachineTest, SupportedDevicesAreReadLineByLine)
 {
     EXPECT_EQ("", Load("[Vendors]\nvendor_id=V\n") + Load(""));
-    // A product line that is filled up to 511 characters; an unknown key takes a value of any length.
+    // A product line of 511 characters: the value of an unknown key may have any length.
     const std::string held = "vendor_id=V,x=" + std::string(497, 'y');
     const std::string y63(63, 'y');
     const std::string tooLong = "UDEV UDEV_InitConfig: single line over maximum number of characters:" + held + "\n";
@@ -59,7 +59,7 @@ TEST_F(MachineTest, OnlyWholeNamesAreSupported)
 {
     Put(kConfig, "[vendors]\nvendor_id=ZENTRA,product_id=ARRAY9000\nvendor_id=NOVACORE\n");
     ASSERT_EQ(1, UDEV_InitConfig());
-    // Of vendor and product, one query to a line.
+    // Supported pairs, one line each.
     std::string supported;
     for (const std::string product : {R"(ARRAY9000)", R"(ARRAY9000\x20\x20)", "ARRAY9000 ", R"(ARRAY9000\x20a)",
                                       "ARRAY900", "ARRAY90000", "", R"(\x20)", "NC5000"}) {
@@ -80,7 +80,7 @@ TEST_F(MachineTest, OnlyWholeNamesAreSupported)
         RecordsAt("ERROR"));
 }
 
-// Loads a settings file and shows the four values.
+// Loads a settings file and returns the four values.
 std::string LoadSettings(const std::string &file)
 {
     Put(kSettings, file);

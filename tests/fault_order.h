@@ -1,4 +1,4 @@
-// What fault_test tells fault_double to do in a run of the command.
+// Orders of fault_test to fault_double, one for each run of the command.
 #pragma once
 
 #include <fcntl.h>
@@ -7,17 +7,17 @@
 
 // One platform call of the run fails.
 struct FaultOrder {
-    int call;   // its number, counted from 1; 0: none, and the run appends a line for each call to /run/calls
-    int error;  // the errno that it fails with, or one of these
+    int call;   // its number, from 1; 0: none fails, and the run appends a line for each call to /run/calls
+    int error;  // errno of the failure, or one of the values below
 };
 
-inline constexpr int kShort = 0;  // half is read, nothing is written, a program that is run ends with 1
+inline constexpr int kShort = 0;  // read gets half, write writes nothing, system returns exit status 1
 inline constexpr int kKill = -1;  // the process is killed there
 
-inline constexpr int kTakeOver = -2;  // nothing fails, but just before the call others have taken these places
+inline constexpr int kTakeOver = -2;  // nothing fails, but others take over the places below just before the call
 
-// What is exchanged then: the names of two generic nodes, with all that they answer, and the directory of a disk with
-// that of a newcomer.
+// Exchanged by kTakeOver: the names of two generic nodes with all their answers, and the directories of a disk and of a
+// newcomer.
 inline constexpr const char *kTakenOver[][2] = {
     {"/dev/sg2", "/dev/sg6"},
     {"/dev/sg2.12", "/dev/sg6.12"},
@@ -31,4 +31,4 @@ inline void FAULT_TakeOver()
     }
 }
 
-inline constexpr int kStatusFd = 3;  // where fault_double writes the wait status of a run, an int
+inline constexpr int kStatusFd = 3;  // fault_double writes the wait status of a run here, as an int

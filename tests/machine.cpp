@@ -16,7 +16,7 @@ namespace machine {
 namespace {
 
 std::string g_root;
-dev_t g_device = 0;  // the file system of the machine; no other one is touched
+dev_t g_device = 0;  // the file system of the machine; no other one changes
 int g_diskCount = 0;
 
 constexpr const char *kDirectories[] = {"/sys", "/run", "/dev", "/etc", "/opt"};
@@ -52,8 +52,8 @@ fs::path Cleared(const std::string &path)
     return file;
 }
 
-// An entry of a LUN list: the kernel's number has its first addressing level in the lowest 16 bits, and on the wire
-// that level comes first.
+// An entry of a LUN list. The first addressing level is the lowest 16 bits of the kernel's number and the first 2 bytes
+// of the entry.
 std::string LunEntry(std::uint64_t lun)
 {
     std::string entry;
@@ -63,7 +63,8 @@ std::string LunEntry(std::uint64_t lun)
     return Bytes(entry);
 }
 
-// Adds a LUN to the answer that all disks of the session share, by changing it in place: a large session has thousands.
+// Adds a LUN to the answer that all disks of the session share. Changes it in place, because a session may have
+// thousands.
 void ReportLun(const std::string &listFile, std::uint64_t lun)
 {
     std::fstream file(g_root + listFile, std::ios::in | std::ios::out | std::ios::binary | std::ios::ate);
@@ -74,7 +75,7 @@ void ReportLun(const std::string &listFile, std::uint64_t lun)
     file << Bytes(Hex(8 * luns, 8));
 }
 
-// An answer as sg_double takes it.
+// An answer in the format of sg_double.
 std::string AnswerFile(const Answer &answer)
 {
     std::string file;
@@ -84,7 +85,7 @@ std::string AnswerFile(const Answer &answer)
     return file + answer.data;
 }
 
-// A generic node with this minor number, as sg_double takes it.
+// A generic node with this minor number, in the format of sg_double.
 void PutNode(const std::string &path, int minor)
 {
     Put(path, std::string(static_cast<std::size_t>(minor), ' '));

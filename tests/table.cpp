@@ -73,7 +73,7 @@ int Number(const std::string &text, int from, int to)
     return number;
 }
 
-// The next word of a line; empty at its end.
+// The next word of a line; empty at the end of the line.
 std::string Word(std::istream &line)
 {
     std::string word;
@@ -153,7 +153,7 @@ Step TakeFile(const FileWord &word, std::istream &line)
     return [=] { word.step(path, rest); };
 }
 
-// The title as the name of a test, which no other has.
+// Makes the title a test name, which must be unique.
 std::string NameOf(std::string title, const std::vector<Case> &others)
 {
     std::replace_if(title.begin(), title.end(), [](unsigned char c) { return std::isalnum(c) == 0; }, '_');
@@ -168,7 +168,7 @@ std::string NameOf(std::string title, const std::vector<Case> &others)
 
 std::vector<Case> Read(std::istream &description, const std::string &fileName)
 {
-    std::vector<Case> cases(1);  // the first stands for what is common to all, and so has no title
+    std::vector<Case> cases(1);  // the first has the common lines and no title
     std::map<std::string, std::string> constants;
     std::map<std::string, int> unused;  // constants, with the line that defines them
     const std::regex use("\\$([A-Z_]*)");

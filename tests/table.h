@@ -1,5 +1,5 @@
-// Reader of descriptions: what stands on a made-up machine and, in runs.txt, what must come of a run there. The words
-// are explained at the top of runs.txt.
+// Reads descriptions of made-up machines and, in runs.txt, the expected result of a run there. The head of runs.txt
+// explains the words.
 #pragma once
 
 #include <functional>
@@ -9,10 +9,10 @@
 
 namespace table {
 
-// What stands between two lines with `run`.
+// The lines from one `run` to the next.
 struct Case {
     int line = 0;                                // of its title
-    std::string name;                            // the title with an underscore for all that is no letter or digit
+    std::string name;                            // the title; all but letters and digits is an underscore
     std::string text;                            // all its lines, to be shown
     std::vector<std::string> disks;              // addresses; sg0 is the node of the first one
     std::vector<std::function<void()>> machine;  // makes its machine, step by step; a step throws as Read does
@@ -22,9 +22,9 @@ struct Case {
 // For GoogleTest, which names the case that failed.
 inline void PrintTo(const Case &where, std::ostream *out) { *out << "line " << where.line; }
 
-// Reads a description whole. What stands before the first title is part of every case. Anything that is not understood,
-// a missing or doubled title and a constant that is never used throw a std::runtime_error: "runs.txt:12: what is
-// wrong".
+// Reads a whole description. The lines before the first title are part of every case. An unknown word, a missing or
+// repeated title or an unused constant throws a std::runtime_error with file, line and error, such as
+// "runs.txt:12: {unmaped} is not understood".
 std::vector<Case> Read(std::istream &description, const std::string &fileName);
 
 }  // namespace table
