@@ -1,7 +1,7 @@
-// Preloaded in front of sg_double: makes one platform call of the command fail.
+// Preloaded before sg_double: makes one platform call of the command fail.
 //
-// So that thousands of runs cost one start, the command does not begin at once. It reads orders from its standard input
-// and forks for each: the child is the run, and its wait status is written to kStatusFd.
+// The command starts once for thousands of runs. Before main, it reads orders from its standard input and forks for
+// each: the child is the run. The parent writes the child's wait status to kStatusFd.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <libudev.h>
@@ -27,9 +27,9 @@ namespace {
 constexpr unsigned int kHangSeconds = 600;  // a run takes milliseconds
 
 FaultOrder g_order = {};
-bool g_isRun = false;    // calls count: this process is a run, and in no call of its own here
+bool g_isRun = false;    // count calls: this process is a run, and the call is the command's
 int g_calls = 0;         // platform calls so far
-int g_contexts = 0;      // udev contexts so far: the hosts are listed in the first, the controllers in the second
+int g_contexts = 0;      // udev contexts so far: the first lists hosts, the second controllers
 FILE *g_list = nullptr;  // /run/calls, in a run that lists its calls
 
 __attribute__((constructor)) void Serve()
@@ -57,8 +57,8 @@ void ListCall(const char *function, const char *what, int fd)
     (void)std::fprintf(g_list, "%d %s %s%s\n", g_contexts, function, what, path);
 }
 
-// Counts a call of the function that calls this, which concerns `what` or the file behind `fd`. True when it is to
-// fail; errno is set.
+// Counts a call of `function`, the caller of Fails, with `what` or the file of `fd` as its object. Returns true, with
+// errno set, if the call must fail.
 bool Fails(const char *what = "", int fd = -1, const char *function = __builtin_FUNCTION())
 {
     if (!g_isRun) {
@@ -86,7 +86,7 @@ bool Fails(const char *what = "", int fd = -1, const char *function = __builtin_
 
 bool Fails(int fd, const char *function = __builtin_FUNCTION()) { return Fails("", fd, function); }
 
-// The function of the same name as the one that calls this, behind this library.
+// The next function with the caller's name after this library.
 template <typename Function>
 Function *Next(Function * /*type*/, const char *name = __builtin_FUNCTION())
 {
@@ -151,7 +151,7 @@ int fcntl(int fd, int command, ...)
     return Fails(fd) ? -1 : Next(fcntl)(fd, command, argument);
 }
 
-// A close that fails has closed all the same.
+// Even a close that fails closes the descriptor.
 int close(int fd)
 {
     const bool fails = Fails(fd);
@@ -178,7 +178,7 @@ int fflush(FILE *file) { return Fails() ? EOF : Next(fflush)(file); }
 
 tm *localtime(const time_t *time) noexcept { return Fails() ? nullptr : Next(localtime)(time); }
 
-// No shell is started: the command is printed.
+// Prints the command instead of starting a shell.
 int system(const char *command)
 {
     if (Fails(command)) {
@@ -221,9 +221,9 @@ udev_device *udev_device_new_from_syspath(udev *context, const char *path)
     return Fails(path) ? nullptr : Next(udev_device_new_from_syspath)(context, path);
 }
 
-// Looking up the next one would itself take memory.
+// dlsym would itself allocate memory.
 void *malloc(size_t size) noexcept { return Fails() ? nullptr : __libc_malloc(size); }
 
-// The compiler makes one of a malloc and the memset behind it.
+// The compiler replaces malloc and memset with one calloc.
 void *calloc(size_t count, size_t size) noexcept { return Fails() ? nullptr : __libc_calloc(count, size); }
 }

@@ -1,6 +1,6 @@
-// One platform call fails, in each way that it can, or other disks take over the places of some just before it: no
-// healthy disk is deleted, the run ends with status 0, and every host and controller that the call did not itself
-// concern is rescanned.
+// One platform call fails, in every realistic way, or other disks take over the places of some just before it. Then no
+// healthy disk is deleted, the run ends with status 0, and every host and controller is rescanned, except the object of
+// the call.
 #include <fnmatch.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -40,7 +40,7 @@ const std::set<std::string> kStale = {"2:0:0:2", "2:0:0:3", "2:0:1:1", "2:0:1:2"
 const std::string kNewcomer = "/sys/devices/newcomer/2:0:0:2";
 const std::vector<std::string> kRescans = {"host2/scan", "host3/scan", "/dev/nvme1", "/dev/nvme2"};
 
-// All ERROR records that these faults lead to, as shell patterns, and operations whose records other tests hold.
+// All ERROR records of these faults, as shell patterns, and operations whose records other tests check.
 const std::set<std::string> kErrorRecords = {
     "SCAN_CheckOnlyOneRun: can't open file{/run/vdRescan_plus.pid} with err{*}.",
     "SCAN_CheckOnlyOneRun: can't lock file{/run/vdRescan_plus.pid} with err{*}.",
@@ -75,8 +75,8 @@ const std::set<std::string> kHeldElsewhere = {
     "SCAN_DeleteChangeDisk", "SCAN_Init",       "SCAN_IssueReportLun",  "SCAN_IusseInquiry0x83", "SCAN_ScanNvmeCtrl",
     "SCAN_ScanScsiHost",     "INTF_UTIL_Write", "UDEV_DeviceIsSupport", "UDEV_InitConfig"};
 
-// A machine with disks of every kind: healthy, changed, removed, not connected, not supported; and a session in which
-// only the second disk answers, through a node that a disk of another target takes over.
+// A machine with disks of every kind: healthy, changed, removed, not connected, not supported. In one session, only the
+// second disk answers, and a disk of another target takes over its node.
 void MakeMachine()
 {
     AddScsiHost(2);
@@ -94,21 +94,21 @@ void MakeMachine()
     AddDisk({.hctl = "3:0:1:1"});
     AddDisk({.hctl = "4:0:0:1", .isReported = false});
     Put(DiskDir("4:0:0:1") + "/vendor", "OTHERCO \n");
-    // 2:0:0:2 as it is found again, under its new name.
+    // 2:0:0:2 when the kernel finds it again with its new name.
     const auto options = std::filesystem::copy_options::recursive | std::filesystem::copy_options::copy_symlinks;
     std::filesystem::create_directory("/sys/devices/newcomer");
     std::filesystem::copy(DiskDir("2:0:0:2"), kNewcomer, options);
     Put(kNewcomer + "/wwid", "naa." + Wwn("9:9:9:9") + "\n");
 }
 
-// The command, started once with fault_double in front of kSgDouble, which forks it for each run.
+// The command, started once. fault_double, loaded before kSgDouble, forks it for each run.
 class Command {
 public:
     Command()
     {
         EXPECT_EQ(0, mkfifo("/run/statuses", 0600));
         const std::string command = "LD_PRELOAD='" VD_FAULT_DOUBLE " " + kSgDouble + "' " + kCommand;
-        // Appended to, so that an output that is emptied between two runs begins anew.
+        // Append, so the output starts at offset 0 after each truncation.
         orders_.reset(popen((command + " >>/run/out 2>/run/err 3>/run/statuses").c_str(), "w"));
         statuses_.open("/run/statuses");
     }
@@ -127,7 +127,7 @@ public:
     }
 
 private:
-    std::unique_ptr<FILE, int (*)(FILE *)> orders_{nullptr, pclose};  // which waits for it
+    std::unique_ptr<FILE, int (*)(FILE *)> orders_{nullptr, pclose};  // pclose waits for the command
     std::ifstream statuses_;
 };
 
@@ -140,7 +140,7 @@ void ExpectOnlyStaleDeleted()
     }
 }
 
-// Notes in `seen` which of the known records the trace holds.
+// Adds the known records of the trace to `seen`. An unknown ERROR record is a failure.
 void ExpectKnownErrors(std::set<std::string> &seen)
 {
     std::istringstream trace(Content(kLog));
@@ -166,8 +166,8 @@ void ExpectKnownErrors(std::set<std::string> &seen)
     }
 }
 
-// A rescan may be missing only where the failing call, a line "CONTEXTS FUNCTION WHAT", concerns it: it names the
-// target, or belongs to the listing of all such targets.
+// A rescan may be missing only if the failing call, a line "CONTEXTS FUNCTION WHAT", names its target or belongs to the
+// listing of all such targets.
 void ExpectRescans(const std::string &call)
 {
     const std::string done = Content(kWrites) + Content("/run/out");
@@ -183,7 +183,7 @@ void ExpectRescans(const std::string &call)
     }
 }
 
-// The calls of a run in which none fails.
+// The calls of a run without a failure.
 std::vector<std::string> Calls(Command &command)
 {
     EXPECT_EQ(0, command.Run({.call = 0, .error = 0}));
@@ -215,7 +215,7 @@ TEST_F(FaultTest, ACallThatFailsDeletesNoHealthyDisk)
             ++faults;
             EXPECT_EQ(0, command.Run({number, error})) << "errno " << error;
             if (error == kTakeOver) {
-                FAULT_TakeOver();  // back
+                FAULT_TakeOver();  // undo
             }
             EXPECT_EQ("", Content(kNewcomer + "/delete")) << "errno " << error;
             EXPECT_EQ("", Content("/run/err"));
@@ -225,7 +225,7 @@ TEST_F(FaultTest, ACallThatFailsDeletesNoHealthyDisk)
         }
         ASSERT_FALSE(HasFailure());
     }
-    // The malloc of the sanitizers is their own, and does not fail.
+    // The sanitizers have their own malloc, which cannot fail here.
     EXPECT_TRUE(seen == kErrorRecords || !hasMalloc) << testing::PrintToString(seen);
     std::printf("calls %d, faults injected %d\n", number, faults);
 }

@@ -15,7 +15,7 @@ using namespace machine;
 
 namespace {
 
-// The record id holds the line once more, in hexadecimal.
+// The record id repeats the line number in hexadecimal.
 TEST_F(MachineTest, RecordsOfBothModulesShareOneFormatAndOneSequence)
 {
     Remove(kConfig);
@@ -23,7 +23,7 @@ TEST_F(MachineTest, RecordsOfBothModulesShareOneFormatAndOneSequence)
     const std::string trace = RunCommand().trace;
     const std::regex varying(
         R"(\[\d{4}(?:-\d\d){2} \d\d(?::\d\d){2}\]\[(\w{12})([0-9a-f]{4})(\]\[\w+\]\[\w+  \]\[\w+: )(\d+))");
-    // The second message has no line end, which leaves the third record on its line.
+    // The second message has no newline, so the third record continues on its line.
     EXPECT_EQ(R"([1][TIME][000053421700][INFO][SCAN  ][SCAN_Init: LINE]vdRescan_plus start...
 [2][TIME][000053421600][ERROR][UDEV  ][UDEV_InitConfig: LINE]open file failed.[3][TIME][000053421700][ERROR][SCAN  ][SCAN_Init: LINE]init vd config fail!
 [4][TIME][000053421700][INFO][SCAN  ][SCAN_ScanAllScsiHost: LINE]start scan scsi host......
@@ -41,7 +41,7 @@ TEST_F(MachineTest, RecordsOfBothModulesShareOneFormatAndOneSequence)
     EXPECT_NE(nullptr, strptime(trace.c_str(), "[1][%Y-%m-%d %H:%M:%S]", &time));
     EXPECT_LE(before, std::mktime(&time));
     EXPECT_GE(std::time(nullptr), std::mktime(&time));
-    EXPECT_EQ("[1][", RunCommand().trace.substr(0, 4));  // appended, and counted from 1 again
+    EXPECT_EQ("[1][", RunCommand().trace.substr(0, 4));  // appends, and counts from 1 again
 }
 
 TEST_F(MachineTest, ARecordThatIsLostTakesNoNumber)
@@ -53,7 +53,7 @@ TEST_F(MachineTest, ARecordThatIsLostTakesNoNumber)
     EXPECT_EQ("[1][", Content(kLog).substr(0, 4));
 }
 
-// Calls of write(2) that this process has made.
+// Calls of write(2) by this process so far.
 long Writes()
 {
     const std::string io = Content("/proc/self/io");
@@ -61,7 +61,7 @@ long Writes()
     return at == std::string::npos ? -1 : std::stol(io.substr(at + 7));
 }
 
-// In pieces, a record of another process could come to stand inside it.
+// If written in pieces, a record could contain one of another process.
 TEST_F(MachineTest, ARecordIsOneWriteWhateverItsLength)
 {
     if (Writes() < 0) {

@@ -1,5 +1,5 @@
-// What vdRescan_log prints of a log: of those in logs.txt, of one that the command has just written, and of one from
-// the lab.
+// Output of vdRescan_log for the logs in logs.txt, for a log that the command has just written, and for one from the
+// lab.
 #include <fcntl.h>
 
 #include <cstdlib>
@@ -20,8 +20,8 @@ namespace {
 const std::filesystem::path kTests = std::filesystem::path(VD_RUNS).parent_path();
 const std::string kUsualTime = "2001-11-22 21:32:21";
 
-// What the program prints for the machine's log and these arguments, its usage text left out; with T for times and N
-// for durations, and its exit status in the last line.
+// Output of the program for the machine's log and these arguments, without usage text. T replaces times, N durations.
+// The last line is the exit status.
 std::string Read(const std::string &args)
 {
     const int status = std::system((VD_READER " " + args + " > /run/out 2>&1").c_str());
@@ -36,7 +36,7 @@ std::string Read(const std::string &args)
     return out + "status " + std::to_string(WEXITSTATUS(status)) + "\n";
 }
 
-// A log, and what the commands below it print.
+// A log, and the output of the commands that read it.
 struct ListedLog {
     std::string name;
     std::string records;
@@ -151,7 +151,7 @@ TEST_F(MachineTest, ReaderCountsHours)
     }
 }
 
-// The log is what a run in the lab has written.
+// A run in the lab has written this log.
 TEST(ReaderTest, ReportsTheStoryOfTheLab)
 {
     const std::string tests = kTests.string();
@@ -163,8 +163,8 @@ TEST(ReaderTest, ReportsTheStoryOfTheLab)
     }
 }
 
-// More garbage and more runs than the reader holds at once, and at the end two that wait for each other: no record is
-// lost.
+// The log has more garbage and more runs than the reader can hold at once. At its end, records of two runs alternate.
+// No record is lost.
 TEST_F(MachineTest, ReaderKeepsRunsWholeInLongLogs)
 {
     const std::string start = RecordOf("1 INFO SCAN_Init vdRescan_plus start...", kUsualTime);
@@ -182,7 +182,7 @@ TEST_F(MachineTest, ReaderKeepsRunsWholeInLongLogs)
     EXPECT_EQ(std::string::npos, all.find("missing"));
 }
 
-// Who holds the lock is at work, and is judged when it has ended; the copy that it refuses does not hide it.
+// The run that holds the lock is at work, so it is not judged yet. A second copy, which is refused, does not hide it.
 TEST_F(MachineTest, ReaderKnowsTheRunAtWork)
 {
     const std::string start = RecordOf("1 INFO SCAN_Init vdRescan_plus start...", kUsualTime);
@@ -212,16 +212,16 @@ TEST_F(MachineTest, ReaderKnowsTheRunAtWork)
     EXPECT_NE(std::string::npos, Read("").find("not ended.\nIt is at work.\n"));
     Put(kLog, atWork);
     EXPECT_EQ("VDRESCAN UNKNOWN - no run to judge; run 1 is at work since T\nstatus 3\n", Read("--check"));
-    // It was killed before the lock was taken again, by a run that cannot write the log.
+    // Run 1 was killed. Later another run, which cannot write the log, took the lock.
     lockAt(usualTime + 1);
     EXPECT_EQ("VDRESCAN CRITICAL - run 1 of T: no end is recorded; a run that is not in the log is at work since T" + numbers +
                   "status 2\n",
               Read("--check"));
-    (void)close(fd);  // gives the lock back
+    (void)close(fd);  // releases the lock
     EXPECT_NE(std::string::npos, Read("").find("not ended.\nIt was stopped, or the log"));
 }
 
-// A record function or a message that is renamed in scan/ alone would no longer be recognised.
+// If scan/ alone renames a record function or a message, the reader no longer recognises it.
 TEST(ReaderTest, KnowsTheMessagesOfTheCommand)
 {
     std::string sources;
@@ -231,7 +231,7 @@ TEST(ReaderTest, KnowsTheMessagesOfTheCommand)
         }
     }
     for (const EventRow &row : READER_EventRows()) {
-        // The definition begins at the left margin and ends with the first brace there.
+        // A definition starts at the left margin, and so does the brace that ends it.
         const std::regex definition("\n[^ \n][^\n;]*[ *]" + std::string(row.function) + R"(\([^;{]*\)\n\{)");
         std::smatch found;
         ASSERT_TRUE(std::regex_search(sources, found, definition)) << row.function;
@@ -242,7 +242,7 @@ TEST(ReaderTest, KnowsTheMessagesOfTheCommand)
     }
 }
 
-// Local times, with and without summer time, and in the hour that the clock goes through twice.
+// Local times, with and without summer time, and in the hour that occurs twice.
 TEST(ReaderTest, TakesTheFirstOfTwoEqualTimes)
 {
     ASSERT_EQ(0, setenv("TZ", "Europe/Berlin", 1));

@@ -40,7 +40,7 @@ void AddTargets()
     AddDevice("nvme", kFabrics + "nvme2");
 }
 
-// What the pattern finds in the text, each in the form of `format`.
+// All matches of the pattern in the text, each formatted with `format`.
 std::string Each(const std::string &text, const std::string &pattern, const char *format)
 {
     std::string found;
@@ -51,15 +51,15 @@ std::string Each(const std::string &text, const std::string &pattern, const char
     return found;
 }
 
-// What is written into attributes, and what `nvme` is called with, where these are the lines of the rescans.
+// Writes to attributes and arguments of `nvme` for these lines of rescans.
 std::string ScanWrites(const std::string &scans) { return Each(scans, "scan (host\\d+) success", "$1/scan - - -\n"); }
 std::string NvmeCalls(const std::string &scans) { return Each(scans, "scan (nvme\\d+) ", "ns-rescan /dev/$1\n"); }
 
-// The same for the lines of deletions.
+// Writes to attributes for the lines of deletions.
 std::string Deletions(const std::string &report) { return Each(report, "    delete (\\S+) success", "$1/delete 1\n"); }
 
-// A run that prints `report` and has then deleted exactly the disks that it claims to have deleted. Whatever it does
-// with the disks, every target is rescanned. Returns its trace.
+// A run must print `report`, delete exactly the disks that it reports as deleted, and rescan every target. Returns its
+// trace.
 std::string CheckRun(const std::string &report, const std::string &args = "", const std::string &input = "")
 {
     Remove(kNvmeCalls);
@@ -72,14 +72,14 @@ std::string CheckRun(const std::string &report, const std::string &args = "", co
     return result.trace;
 }
 
-// The lines of which one list has more than the other, each with two lines around it. GoogleTest's own operation for
-// that is not offered to others, but is the one that a failed comparison of texts shows.
+// A unified diff of two lists of lines. It uses GoogleTest's internal operation, so it looks like GoogleTest's own diff
+// of texts.
 std::string Difference(const Lines &expected, const Lines &found)
 {
     return expected == found ? "" : testing::internal::edit_distance::CreateUnifiedDiff(expected, found);
 }
 
-// The text without a beginning and an end that it must have; the whole text where it has not.
+// The text between `before` and `after`; the whole text if either is missing.
 std::string Between(const std::string &text, const std::string &before, const std::string &after)
 {
     const bool hasBoth =
@@ -87,7 +87,7 @@ std::string Between(const std::string &text, const std::string &before, const st
     return hasBoth ? text.substr(before.size(), text.size() - before.size() - after.size()) : text;
 }
 
-// The lines of one word of the table, without the word.
+// All lines of one word of the table, without the word.
 std::string TextOf(const Lines &expected, const std::string &word)
 {
     std::string text;
@@ -97,7 +97,7 @@ std::string TextOf(const Lines &expected, const std::string &word)
     return text;
 }
 
-// What came of a run, in the words of the table and as far as the table looks at it.
+// Result of a run in the words of the table. Contains only what the table expects to compare.
 Lines Outcome(const Result &result, const Lines &expected)
 {
     Lines found;
@@ -149,7 +149,7 @@ TEST_P(ListedRun, ComesOutAsListed)
     const std::regex operation("SCAN SCAN_Print(NoConnect|Removed|Remapped): ");
     const std::string recorded = std::regex_replace(RecordsAt("WARN", result.trace), operation, "");
     const std::string printed = TextOf(expected, "prints");
-    // Recorded as it is printed, before any deletion or rescan.
+    // The report, up to the first deletion or rescan, must be recorded as it is printed.
     const std::string report = printed.substr(0, std::min(printed.find("delete all"), printed.find("vdRescan_plus")));
     std::string difference = Difference(expected, Outcome(result, expected));
     if (difference.empty()) {
@@ -169,7 +169,7 @@ TEST_F(MachineTest, OnlyAYesDeletesInMutualMode)
     const std::string x256(256, 'x');
     const struct {
         std::string input;
-        std::string first;  // what of it is taken for the first answer
+        std::string first;  // the part of it that the run reads as the first answer
         int retries;
         bool deletes;
     } cases[] = {
@@ -211,7 +211,7 @@ TEST_F(MachineTest, OnlyAYesDeletesInMutualMode)
     }
 }
 
-// The input of a terminal that another program has made non-blocking.
+// Another program may make the terminal's input non-blocking.
 TEST_F(MachineTest, HalfAnAnswerBeforeAReadErrorIsNo)
 {
     AddTargets();
@@ -251,8 +251,8 @@ If no parameter, it will silently check and remove the stale devices, and then s
     }
 }
 
-// A descriptor that is left open for each disk would soon leave none to ask with, and a healthy session would count as
-// not connected.
+// If every disk left a descriptor open, none would be left for later queries, and a healthy session would count as not
+// connected.
 TEST_F(MachineTest, ManyDisksNeedFewDescriptors)
 {
     AddTargets();
@@ -298,7 +298,7 @@ TEST_F(MachineTest, OneRunAtATime)
     Put(pidFile, "a holder of the lock");
     const int fd = open(pidFile.c_str(), O_RDWR | O_CLOEXEC);
     struct flock lock = {};
-    lock.l_type = F_RDLCK;  // which only an exclusive lock does not share
+    lock.l_type = F_RDLCK;  // conflicts only with an exclusive lock
     ASSERT_EQ(0, fcntl(fd, F_SETLK, &lock));
     result = RunCommand();
     EXPECT_EQ(
@@ -313,16 +313,16 @@ TEST_F(MachineTest, OneRunAtATime)
     EXPECT_EQ("a holder of the lock", Content(pidFile));
     (void)close(fd);
     CheckRun("");
-    EXPECT_GT(10U, Content(pidFile).size());  // nothing of the longer text is left
+    EXPECT_GT(10U, Content(pidFile).size());  // the longer text is gone
 }
 
 TEST_F(MachineTest, WithoutAnAudienceOrNvmeTheRunGoesOn)
 {
     AddTargets();
     EXPECT_NE(std::string::npos, RunCommand("-nc", "", "PATH=/nowhere").out.find("    scan nvme2 fail.\n"));
-    // The caller's own children do not concern it, but `nvme` does.
+    // Even if the caller ignores SIGCHLD, the run must get the exit status of `nvme`.
     EXPECT_EQ("vdRescan_plus start...\n" + kScans, RunCommand("-nc", "", "env --ignore-signal=CHLD").out);
-    // With a limit of 512 bytes the trace log soon takes no more.
+    // With a limit of 512 bytes, the trace log is soon full.
     for (const std::string environment :
          {"sh -c 'ulimit -f 1; exec \"$0\"'", "sh -c 'exec \"$0\" <&- >&-'", "sh -c '(sleep 0.1; exec \"$0\") | :'"}) {
         AddTargets();

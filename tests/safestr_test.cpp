@@ -10,13 +10,13 @@
 #include "safestr_scan.h"
 #include "safestr_string.h"
 
-// Formats that the compiler would refuse.
+// The compiler would reject some formats.
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
 
 namespace {
 
-// A call on a buffer `d` that begins with `before` and goes on with '#'. `after` is how the buffer begins then; a NUL
-// is written as '.'.
+// A call on a buffer `d` with the text `before`, followed by '#' characters. `after` is the start of the buffer after
+// the call, with '.' for NUL.
 struct Case {
     const char *name;
     std::function<int(char *)> call;
@@ -33,7 +33,7 @@ TEST(SafeString, EveryFailureIsAResultAndNothingStaleSurvivesIt)
     const std::string t256(256, 't');
     char second[4] = "old";
     int number = 0;
-    char countOnly[] = "ab%n";  // a format that others may write to
+    char countOnly[] = "ab%n";  // a format in writable memory
     char secondOnly[] = "%2$d";
     char *context = nullptr;
     char *readOnly = const_cast<char *>(",ab");
@@ -98,7 +98,7 @@ TEST(SafeString, EveryFailureIsAResultAndNothingStaleSurvivesIt)
     }
 }
 
-// A number that does not fit is no number, and nothing is written where it would have gone.
+// A number that does not fit is a matching failure and does not change its destination.
 TEST(SafeString, NumbersAreNeverCut)
 {
     constexpr unsigned int kUntouched = 7;

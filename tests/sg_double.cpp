@@ -1,15 +1,15 @@
 // Stand-in for the kernel, preloaded into the command or linked into the tests.
 //
-// `ioctl` answers the SG_IO commands of a made-up generic node, and appends each to NODE.log with the size of its
-// buffer. The answer stands in NODE.OPCODE.ATTEMPT or else in NODE.OPCODE, with two hexadecimal digits of the opcode
-// and the attempts counted from 1: a byte each for errno and the status of the device, the host and the driver, then
-// the data. Without such a file the command fails with EINVAL.
+// `ioctl` answers the SG_IO commands of a made-up generic node, and appends each command to NODE.log with the size of
+// its buffer. The answer is the file NODE.OPCODE.ATTEMPT, or else NODE.OPCODE. OPCODE has two hexadecimal digits,
+// ATTEMPT counts from 1. The file has one byte each for errno and the status of the device, the host and the driver,
+// then the data. Without such a file the command fails with EINVAL.
 //
 // `fstat` makes a made-up node, which has the sticky bit, a character device; its minor number is the size of the file.
 //
-// `write` appends what it writes into an attribute to /run/writes: "2:0:0:3/delete 1".
+// `write` appends each write to an attribute to /run/writes: "2:0:0:3/delete 1".
 //
-// All system calls are direct and no memory is taken, so that a fault put into the command's calls never lands here.
+// All system calls are direct and nothing allocates memory, so faults in the command's calls never occur here.
 #include <fcntl.h>
 #include <linux/major.h>
 #include <scsi/sg.h>
@@ -31,7 +31,7 @@ namespace {
 constexpr int kMaxNodes = 1 << 14;
 constexpr int kOpcodes = 256;
 
-// The programs that the command starts, which may be for another processor, run without this.
+// Programs that the command starts run without this library, because they may be for another processor.
 __attribute__((constructor)) void LeaveOthersAlone()
 {
     if (std::strcmp(program_invocation_short_name, "vdRescan_plus") == 0) {
@@ -51,7 +51,7 @@ void Append(const char *path, const char *line)
     (void)syscall(SYS_close, fd);
 }
 
-// Path of the file behind a descriptor.
+// Path of the file of a descriptor.
 void PathOf(int fd, char (&path)[512])
 {
     char link[32];
@@ -60,7 +60,7 @@ void PathOf(int fd, char (&path)[512])
     path[std::max(length, 0L)] = '\0';
 }
 
-// Everything that is the same for every command that is sent.
+// True if the fields that are the same for every command have their usual values.
 bool IsUsual(const sg_io_hdr &header, int flags)
 {
     return (flags & O_ACCMODE) == O_RDONLY && header.interface_id == 'S' &&
@@ -83,7 +83,7 @@ void Record(const char *node, int flags, const sg_io_hdr &header)
     Append(path, line);
 }
 
-// Opens the answer to this attempt of the command; negative where there is none.
+// Opens the answer to this attempt of the command. Negative if there is none.
 int OpenAnswer(const char *node, int opcode)
 {
     static int attempts[kMaxNodes][kOpcodes];
@@ -108,7 +108,7 @@ int Answer(int fd, sg_io_hdr &header)
     (void)syscall(SYS_read, answer, status, sizeof status);
     (void)syscall(SYS_read, answer, header.dxferp, header.dxfer_len);
     (void)syscall(SYS_close, answer);
-    header.resid = 1;  // what must not be looked at is never clean
+    header.resid = 1;  // fields that the command must not check always look bad
     header.masked_status = 1;
     header.msg_status = 1;
     header.status = status[1];
@@ -126,7 +126,7 @@ extern "C" int ioctl(int fd, unsigned long request, ...) noexcept
     va_start(list, request);
     void *argument = va_arg(list, void *);
     va_end(list);
-    // Programs beside the command may want other requests.
+    // Other programs may use other requests.
     return request == SG_IO ? Answer(fd, *static_cast<sg_io_hdr *>(argument))
                             : static_cast<int>(syscall(SYS_ioctl, fd, request, argument));
 }

@@ -35,7 +35,7 @@ TEST(UtilString, KeepsToItsFieldAndItsCharacters)
     EXPECT_STREQ("0aff", hex);
 }
 
-// In a directory of 248 characters, the path of a file of five fills its field.
+// With a directory of 248 characters, a file name of 5 characters makes the longest possible path.
 TEST_F(MachineTest, AttributesAreReadOnceAndWithinTheirBounds)
 {
     const std::string directory = "/sys/" + std::string(243, 'd');

@@ -1,5 +1,5 @@
-// vd_machine DIRECTORY: makes below DIRECTORY the machine that the standard input describes in the words of runs.txt.
-// Exit status: 0, or 1 where the description is not understood.
+// vd_machine DIRECTORY: creates the machine below DIRECTORY. Standard input describes it in the words of runs.txt.
+// Exit status: 0, or 1 if the description has an error.
 #include <cstdio>
 #include <iostream>
 #include <stdexcept>
