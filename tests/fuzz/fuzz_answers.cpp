@@ -1,5 +1,5 @@
-// The input as the entries of a LUN list and as the descriptor of a page 0x83: a list is stored whole or not at all,
-// and only a whole designator of the right kind becomes a WWN.
+// Uses the input as the entries of a LUN list and as the descriptor of a page 0x83. A list is stored whole or not at
+// all. Only a whole designator of the right type becomes a WWN.
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -17,7 +17,7 @@ void RunLunList(const std::uint8_t *bytes, std::uint32_t size)
     CHECK(SCAN_ParseReportLunids(session, bytes, size) == (isWhole ? RET_OK : RET_DATA_INVALID));
     CHECK(session.lunCount == (isWhole ? size / 8 : 0));
     for (std::size_t i = 0; i < 8UL * session.lunCount; ++i) {
-        // On the wire each 16-bit level has its high byte first.
+        // In an entry, each 16-bit level has its high byte first.
         CHECK(static_cast<std::uint8_t>(session.lunList[i / 8] >> (8 * (i % 8 ^ 1))) == bytes[i]);
     }
     std::free(session.lunList);

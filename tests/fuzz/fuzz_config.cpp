@@ -1,5 +1,5 @@
-// The input as /etc/vd_plus.conf: every entry that is read is one that a query finds, and holds nothing that the format
-// takes out. As /etc/vdLinux.conf: whatever stands there is read to its end.
+// Uses the input as /etc/vd_plus.conf: a query finds every entry, and no entry has a character that the format removes.
+// Also uses it as /etc/vdLinux.conf, which is always read to its end.
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -14,7 +14,7 @@ std::string_view g_input;
 
 }  // namespace
 
-// The linker leads fopen here.
+// The linker redirects fopen to this function.
 extern "C" FILE *__real_fopen(const char *path, const char *mode);
 extern "C" FILE *__wrap_fopen(const char *path, const char *mode)
 {

@@ -1,5 +1,5 @@
-// The input as the path and the identity of a device, "PATH|WWID": it is filed under the very numbers of its name, none
-// of them cut, or not at all.
+// Uses the input as the path and the wwid of a device, "PATH|WWID". The device is added under exactly the numbers in
+// its name, or not at all.
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -19,7 +19,7 @@ std::string g_wwid;
 
 }  // namespace
 
-// The linker leads readlink and access here.
+// The linker redirects readlink and access to these functions.
 extern "C" ssize_t __wrap_readlink(const char * /*path*/, char *buffer, std::size_t size)
 {
     return static_cast<ssize_t>(std::string("a/scsi_generic/sg1").copy(buffer, size));
@@ -27,7 +27,7 @@ extern "C" ssize_t __wrap_readlink(const char * /*path*/, char *buffer, std::siz
 
 extern "C" int __wrap_access(const char * /*path*/, int /*mode*/) { return 0; }
 
-// In place of the doors to sysfs and udev.
+// Replace the functions that access sysfs and udev.
 std::int32_t INTF_UTIL_Write(const char *, const char *, const char *, std::uint32_t, std::uint64_t) { return -1; }
 
 std::uint64_t INTF_UTIL_Inode(const char *) { return 0; }
@@ -46,7 +46,7 @@ ResultCode INTF_UTIL_UdevGetDevice(const char * /*subsystem*/, UdevDeviceHandler
 
 namespace {
 
-// Behind a minus sign, as scanf's %u negates it.
+// A number after a minus sign is negated, as scanf's %u does.
 bool IsFiledAs(std::uint32_t filed, long long number)
 {
     return std::llabs(number) <= UINT32_MAX && filed == static_cast<std::uint32_t>(number);

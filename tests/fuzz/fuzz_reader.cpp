@@ -1,4 +1,4 @@
-// The input as a trace log: whatever stands in it, every form of output is valid.
+// Uses the input as a trace log. For every input, each output format must be valid.
 #include <jansson.h>
 
 #include <algorithm>
@@ -23,7 +23,8 @@ void Run(std::string_view input)
         READER_RunToJson(out, run, true);
         READER_EndJson(out);
         const auto jsonSize = static_cast<std::size_t>(std::ftell(out));
-        CHECK(READER_Check(out, {run}, {.since = 1, .oldest = 0, .now = 1, .mustLook = true, .ignored = {"2:0:0:1"}}, {}) <= kCheckUnknown);
+        CHECK(READER_Check(out, {run}, {.since = 1, .oldest = 0, .now = 1, .mustLook = true, .ignored = {"2:0:0:1"}},
+                           {}) <= kCheckUnknown);
         const auto checkSize = static_cast<std::size_t>(std::ftell(out)) - jsonSize;
         READER_RunToLine(out, run);
         READER_RunToView(out, run);

@@ -1,5 +1,5 @@
-// Up to three conversions, chosen by the first bytes of the input, on the rest of it: the C library's scanf finds the
-// same wherever every field fits.
+// The first bytes of the input choose up to three conversions, which scan the rest. If every field fits, the C
+// library's scanf must give the same result.
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
@@ -11,7 +11,7 @@
 #include "safestr_scan.h"
 #include "target.h"
 
-// The formats are put together from the input.
+// The input determines the formats.
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
 
 namespace {
@@ -30,7 +30,7 @@ bool IsAssigned(std::string_view conversion)
 
 bool IsText(std::string_view conversion) { return conversion.find_first_of("sc[") != std::string_view::npos; }
 
-// Fewer than four digits fit every type but the shortest, and a short input every text.
+// Fewer than four digits fit every type but char. A short input fits every text.
 bool AllFit(const std::string &input, const std::string &format)
 {
     const auto isDigit = [](unsigned char c) { return std::isxdigit(c) != 0; };
@@ -48,7 +48,7 @@ void Run(std::string_view bytes)
     alignas(kSize) char ours[kFields][kSize] = {};
     alignas(kSize) char theirs[kFields][kSize] = {};
     std::string format;
-    // Pointers, and behind those of texts their size: sscanf_s takes as many of them as the format says.
+    // Pointers, each text pointer followed by its size. sscanf_s takes as many arguments as the format requires.
     std::uint64_t args[2 * kFields] = {};
     std::size_t argCount = 0;
     std::size_t fields = 0;
@@ -70,7 +70,7 @@ void Run(std::string_view bytes)
         return;
     }
     const int expected = std::sscanf(input.c_str(), format.c_str(), theirs[0], theirs[1], theirs[2]);
-    // Where the input ends, the C library does not take a suppressed conversion for a done one.
+    // At the end of the input, the C library does not count a suppressed conversion as complete.
     const bool isSuppressed = format.find('*') != std::string::npos;
     CHECK(count == expected || (isSuppressed && count == 0 && expected == EOF));
     CHECK(std::memcmp(ours, theirs, sizeof ours) == 0);

@@ -14,7 +14,7 @@ void Fail(const char *file, int line, const char *condition)
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
-    (void)LOG_Init("/dev/null");  // the records are formatted all the same
+    (void)LOG_Init("/dev/null");  // records are still formatted
     Run({reinterpret_cast<const char *>(data), size});
     return 0;
 }

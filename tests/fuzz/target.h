@@ -1,9 +1,9 @@
-// What all fuzz targets share. Each target is a file that defines Run, and a program of its own.
+// Shared by all fuzz targets. Each target is a file that defines Run, and a separate program.
 #pragma once
 
 #include <string_view>
 
-// Tries one input, with the trace log set up to go nowhere. What must hold for every input is a CHECK.
+// Tries one input. The trace log is /dev/null. Every CHECK must hold for every input.
 void Run(std::string_view input);
 
 [[noreturn]] void Fail(const char *file, int line, const char *condition);
