@@ -117,7 +117,7 @@ TEST_F(MachineTest, WhatFailsWithTheSettingsIsRecorded)
         return RET_FAIL;
     };
     EXPECT_EQ(RET_LINE_HANDLER_FAIL, INTF_UTIL_ReadFileHandleByLine(kConfig.c_str(), nullptr, refuse));
-    Put(kSettings + "/file", "");  // a directory can be opened for reading alone
+    Put(kSettings + "/file", "");  // a directory opens for reading, but not for writing
     EXPECT_EQ(RET_FAIL, UDEV_InitVdLinuxConfig());
     (void)LoadSettings("scsi_timeout=30\nDEV_LOSS_TMO=5\nscsi_timeout=601\nscsi_timeout=\\\n31\n");
     EXPECT_EQ(RET_FAIL, UDEV_GetVdLinuxCfgValue("scsi_timeout", two, sizeof two));

@@ -1,6 +1,6 @@
-// One platform call fails, in every realistic way, or other disks take over the places of some just before it. Then no
-// healthy disk is deleted, the run ends with status 0, and every host and controller is rescanned, except the object of
-// the call.
+// Each run has one fault: a platform call fails, in every realistic way, or other disks replace some just before the
+// call. Then no healthy disk is deleted, the run ends with status 0, and every host and controller is rescanned, except
+// the object of the call.
 #include <fnmatch.h>
 #include <sys/stat.h>
 #include <sys/wait.h>

@@ -28,8 +28,8 @@ std::string Hex(std::uint64_t value, int digits)
     return text;
 }
 
-// Where a file of the machine is for this process. A path that leads out of the machine's directories, also through a
-// link, is refused: it is a file of the real machine, and this process may be root.
+// Path of a file of the machine in this process. Throws if the path leads out of the machine's directories, even
+// through a link: that file belongs to the real machine, and this process may be root.
 fs::path Inside(const std::string &path)
 {
     const fs::path file = g_root + path;
@@ -43,7 +43,7 @@ fs::path Inside(const std::string &path)
     throw std::runtime_error("{" + path + "} is not inside the machine");
 }
 
-// As Inside, with room for a new file.
+// Like Inside, but makes room for a new file: removes the old one and creates the directories.
 fs::path Cleared(const std::string &path)
 {
     const fs::path file = Inside(path);

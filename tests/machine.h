@@ -23,8 +23,8 @@ void SetRoot(const std::string &root);
 // ZENTRA ARRAY9000. The machine has no device.
 void MakeEmpty();
 
-// Files of the machine. Missing directories are made, and what is at the path is replaced. A path outside the
-// directories of the machine throws a std::runtime_error.
+// Files of the machine. Put and Link create missing directories and replace an existing file. A path outside the
+// machine's directories throws a std::runtime_error.
 void Put(const std::string &path, const std::string &content);
 void Link(const std::string &path, const std::string &target);
 void Remove(const std::string &path);

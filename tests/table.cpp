@@ -27,7 +27,7 @@ void RemoveFile(const std::string &path, const std::string & /*rest*/)
     machine::Remove(path);
 }
 
-// What is done with the path and the rest of a line, and the form of that rest.
+// The step for a path and the rest of its line, and the pattern of that rest.
 struct FileWord {
     FileStep step;
     const char *rest;
@@ -38,8 +38,8 @@ const std::map<std::string, FileWord> kFileWords = {{"file", {machine::Put, ".*"
                                                     {"remove", {RemoveFile, ""}}};
 const std::set<std::string> kOutcomes = {"prints", "error", "info", "sends"};
 constexpr int kMaxLun = 65535;
-constexpr int kAttempts = 3;     // of a command
-constexpr int kMaxCommands = 9;  // REPORT LUNS for a list that never stops growing
+constexpr int kAttempts = 3;     // for each command
+constexpr int kMaxCommands = 9;  // REPORT LUNS, if the list grows each time
 const std::map<std::string, int> kErrors = {{"EIO", EIO}, {"ENODEV", ENODEV}, {"ENOMEM", ENOMEM}};
 const std::map<std::string, machine::Query> kQueries = {{"report-luns", machine::kReportLuns},
                                                         {"inquiry", machine::kInquiry}};
@@ -176,7 +176,7 @@ std::vector<Case> Read(std::istream &description, const std::string &fileName)
     const auto refuse = [fileName](int line, const std::string &why) {
         throw std::runtime_error(fileName + ":" + std::to_string(line) + ": " + why);
     };
-    // A step that fails names its line.
+    // The error of a failed step names its line.
     const auto addStep = [&](const Step &step) {
         cases.back().machine.push_back([step, refuse, number] {
             try {

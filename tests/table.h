@@ -15,7 +15,7 @@ struct Case {
     std::string name;                            // the title; all but letters and digits is an underscore
     std::string text;                            // all its lines, to be shown
     std::vector<std::string> disks;              // addresses; sg0 is the node of the first one
-    std::vector<std::function<void()>> machine;  // makes its machine, step by step; a step throws as Read does
+    std::vector<std::function<void()>> machine;  // steps that make its machine; a step throws as Read does
     std::vector<std::string> expected;           // its lines about the outcome, such as "prints TEXT"
 };
 
