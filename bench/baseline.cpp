@@ -1,5 +1,5 @@
-// The platform calls that a run on the benchmark's host cannot do without, and nothing else: no inventory, no decoding,
-// no text but a record of constant length. Its time is what the command's time is held against.
+// Makes only the platform calls that a run on the benchmark's host needs: no inventory, no decoding, and records of
+// constant length. The benchmark compares the command's time with the time of this program.
 #include <fcntl.h>
 #include <libudev.h>
 #include <scsi/sg.h>
@@ -30,7 +30,7 @@ struct Disk {
 
 std::vector<Disk> g_disks;
 
-// Directly, as the C library's own writes are: the stand-in that notes writes to attributes does not see it.
+// A direct system call, like the C library's own writes: the double that records writes to attributes does not see it.
 void WriteAll(int fd, const char *data, std::size_t size) { (void)syscall(SYS_write, fd, data, size); }
 
 void Record()
@@ -105,7 +105,7 @@ void ReadDisk(const std::string &path)
     g_disks.push_back(disk);
 }
 
-// Ends one past the disks of the session that begins at `from`.
+// Returns the index after the last disk of the session that begins at `from`.
 std::size_t EndOfSession(std::size_t from)
 {
     const auto sessionOf = [](const Disk &disk) { return disk.directory.substr(0, disk.directory.rfind(':')); };
@@ -116,7 +116,7 @@ std::size_t EndOfSession(std::size_t from)
     return end;
 }
 
-// The LUN list with buffers that grow as far as it takes, and the name of every disk that is in it.
+// Queries the LUN list, again if it does not fit into the first buffer, and the name of every disk that is in it.
 void AskSession(std::size_t from, std::size_t end)
 {
     static char answer[1 << 18];
@@ -135,7 +135,7 @@ void AskSession(std::size_t from, std::size_t end)
     }
 }
 
-// Each stale disk has a line in the report and one for its deletion.
+// Each stale disk takes a line in the list and one for its deletion.
 void DeleteStaleDisks()
 {
     for (const Disk &disk : g_disks) {

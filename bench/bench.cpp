@@ -1,5 +1,5 @@
 // Times the command against the baseline, in turn, on made-up hosts of several shapes, and prints a table. With a name
-// as argument only the shapes whose name begins with it.
+// as argument, it plays only the shapes whose names begin with that.
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -20,7 +20,7 @@ struct Shape {
     const char *name;
     unsigned int sessions;
     unsigned int luns;     // of each session
-    unsigned int entries;  // of the supported-device list; the last one fits
+    unsigned int entries;  // of the supported-device list; only the last one matches
 };
 
 constexpr Shape kShapes[] = {{"usual", 4, 64, 1},         {"usual", 4, 256, 1},         {"usual", 16, 256, 1},
@@ -57,7 +57,7 @@ double Seconds(const timeval &time)
     return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
 }
 
-// Runs the program once and keeps the least cost: what else the machine does only adds.
+// Runs the program once and keeps the lowest cost: other work on the machine only adds to it.
 void Run(const char *program, Cost &cost)
 {
     machine::Remove(machine::kLog);

@@ -1,4 +1,4 @@
-// Which LUNs of every session of the benchmark's host are stale: 10% removed, 9% changed.
+// The stale LUNs of every session of the benchmark's host: 10% are removed, 9% changed.
 #pragma once
 
 constexpr bool IsRemoved(unsigned long lun) { return lun % 10 == 3; }
