@@ -32,8 +32,8 @@ vd_require() {
     vd_skip "not found:$missing"
 }
 
-# vd_retry COMMAND...: runs the command up to three times, with pauses. A mirror that is being updated, or another apt-get
-# that holds the lock, is ready a little later.
+# vd_retry COMMAND...: runs the command up to three times, with pauses. A mirror that is being updated, or another
+# apt-get that holds the lock, is ready a little later.
 vd_retry() {
     local pause
     for pause in 5 20; do
@@ -43,8 +43,8 @@ vd_retry() {
     "$@"
 }
 
-# vd_unpack DIRECTORY DEB...: unpacks these packages into DIRECTORY, and runs nothing of them. Releases differ in whether
-# they pack files below /lib or /usr/lib; in DIRECTORY both are the same.
+# vd_unpack DIRECTORY DEB...: unpacks these packages into DIRECTORY, and runs nothing of them. Releases differ in
+# whether they pack files below /lib or /usr/lib; in DIRECTORY both are the same.
 vd_unpack() {
     local name deb
     for name in bin lib lib64 sbin; do
