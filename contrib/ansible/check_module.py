@@ -1,4 +1,4 @@
-"""contrib/ansible/check_module.py: holds the answer of the module vdrescan against all that must make it a no.
+"""contrib/ansible/check_module.py: checks that the module vdrescan answers no in each case that requires a no.
 
 Exit status: 0 all of it does, 1 a yes that should be a no, or the other way round.
 """
@@ -49,7 +49,7 @@ bad = []
 
 
 def expect(is_yes, name, said=PRINTED, run=RUN, options=OPTIONS):
-    """The answer in this case is yes, or it is no."""
+    """Checks whether the answer in this case is yes or no."""
     if (vdrescan.objection(said, run, STARTED, options) is None) != is_yes:
         bad.append(name)
 
@@ -89,14 +89,14 @@ for field, values in OPTION_FAULTS.items():
     for value in values:
         expect(False, "%s: %s" % (field, value), options=dict(OPTIONS, **{field: value}))
 
-# Everybody has the same names, and the disk stays all the same.
+# List, trace log and review have the same names, but the disk must stay.
 for name in ("6A1B", "0000"):
     run = copy.deepcopy(RUN)
     run["disks"][0]["wwn_now"] = name
     options = dict(OPTIONS, reviewed=vdrescan.findings(run)["stale"])
     expect(False, "the new name %s" % name, PRINTED.replace("f0e1", name), run, options)
 
-# A deletion that only the output holds is reported, whatever was reviewed or answered.
+# A deletion that is only in the output must be reported, for every review and answer.
 said = PRINTED + "delete all map view changed scsi disk:\n    delete 9:0:0:1 success.\n    delete 2:0:0:3 success.\n"
 deleted = vdrescan.deletions(said, RUN, True)
 if deleted != ["2:0:0:3", "9:0:0:1"]:

@@ -1,17 +1,17 @@
-"""Keeps the reviews, on the machine that runs ansible, and decides who may lose a disk.
+"""Stores the reviews on the machine that runs ansible, and decides which hosts may lose disks.
 
-A review is reviews/HOST.json: what a look found there, when, and whether a person approved it.
+A review is reviews/HOST.json: the findings of a look, its time, and whether a person approved them.
 
 Arguments:
-    do         withdraw  takes the review away and returns it, before a look begins
-               look      looks, and writes the new review; it is approved if `withdrawn` was and holds the same
+    do         withdraw  removes the review and returns it, before a look begins
+               look      looks, and writes the new review; it is approved if `withdrawn` was and has the same findings
                approve   approves the review
-               read      says whether the host is `due`, and why not; with --check, what would be deleted
+               read      returns whether the host is `due`, and if not, why; with --check, what would be deleted
                reach     contacts the host
                delete    has the module vdrescan delete what was approved
     directory  of the reviews
     withdrawn  with `look`: what `withdraw` returned
-    hours      how old a look, and an approval, may be
+    hours      maximum age of a look and of an approval
     all others: the arguments of the module vdrescan
 """
 import importlib.util
@@ -29,7 +29,7 @@ FOUND = ("stale", "sessions_removed", "not_checked", "others")
 
 
 def load_module():
-    """The module vdrescan, for its rules."""
+    """Loads the module vdrescan. This plugin uses its rules."""
     path = os.path.join(os.path.dirname(__file__), "..", "library", "vdrescan.py")
     spec = importlib.util.spec_from_file_location("vdrescan_rules", path)
     rules = importlib.util.module_from_spec(spec)
@@ -45,7 +45,7 @@ def now():
 
 
 def fault_of_time(event, text, hours):
-    """Why the event does not count, or None if it was in the last hours."""
+    """Why the event does not count, or None if it is at most `hours` old."""
     age = now() - datetime.strptime(text, TIME).replace(tzinfo=timezone.utc)
     if age < timedelta(0):
         return "from the future: the %s is dated %s" % (event, text)
@@ -53,7 +53,7 @@ def fault_of_time(event, text, hours):
 
 
 def time_approved(review):
-    """A person who edits the file instead approves at the time of the look."""
+    """Time of the approval. If a person approved by editing the file, the time of the look counts."""
     return review.get("approved_at") or review["looked"]
 
 
@@ -86,12 +86,12 @@ class ActionModule(ActionBase):
         self._vars = task_vars
         self._args = self._task.args
         self._path = os.path.join(self._args["directory"], task_vars["inventory_hostname"] + ".json")
-        # Ansible removes this directory at its end. Other hosts of the same batch see the file at once.
+        # Ansible removes this directory when it ends. The other hosts of the batch see the file at once.
         self._stop = os.path.join(constants.DEFAULT_LOCAL_TMP, "vdrescan_stop")
         return getattr(self, "_do_" + self._args["do"])(self._task.check_mode)
 
     def _read(self):
-        """The review, or None without one. It raises a ValueError or KeyError where it is not one."""
+        """The review, or None if there is none. Raises a ValueError or KeyError if the file is not a review."""
         try:
             with open(self._path, encoding="utf-8") as file:
                 review = json.load(file)
@@ -169,14 +169,14 @@ class ActionModule(ActionBase):
         return {"due": True}
 
     def _first_to_fail(self, contact):
-        """The result of this contact with the host. If it fails, no other host is contacted afterwards."""
+        """Result of this contact with the host. After a failure, the play contacts no other host."""
         if os.path.exists(self._stop):
             return {"failed": True, "msg": "not begun, since another host failed"}
         result = {"failed": True}
         try:
             result = contact()
         except AnsibleConnectionFailure as error:
-            # As a failure it ends the play; ansible goes on after a host that is unreachable.
+            # A failure ends the play. After an unreachable host, ansible would continue.
             result["msg"] = "cannot be reached: %s" % error
         finally:
             if result.get("failed") or result.get("unreachable"):
@@ -194,7 +194,7 @@ class ActionModule(ActionBase):
         return self._first_to_fail(lambda: self._delete(review))
 
     def _delete(self, review):
-        # A review is good for one deletion, whatever becomes of it.
+        # A review allows one deletion, even if that fails.
         began = now().strftime(TIME)
         review.update(approved=False, deletion="failed: a deletion began at %s and did not succeed" % began)
         self._write(review)

@@ -1,9 +1,9 @@
 #!/usr/bin/python
-"""Runs vdRescan_plus --mutual, and has it delete exactly the reviewed disks, or nothing.
+"""Runs vdRescan_plus --mutual, and lets it delete exactly the reviewed disks, or nothing.
 
 The tool lists the stale disks, asks, and then deletes those disks and no others. This module answers the question. It
-answers yes only if the tool's printed list, the tool's trace log and the review name the same disks. Anything that this
-module cannot read means no. The end of this module closes the tool's input, which means no, too.
+answers yes only if the tool's printed list, the tool's trace log and the review name the same disks. If it cannot read
+one of them, it answers no. If the module ends, the tool's input is closed, which also means no.
 
 Arguments:
     reviewed        the stale disks that may be deleted, as a look returned them; none: only look
@@ -15,7 +15,7 @@ Arguments:
 
 Result:
     report   lines for a person
-    found    what a review holds: `stale`, `sessions_removed`, `not_checked` and `others`
+    found    content of a review: `stale`, `sessions_removed`, `not_checked` and `others`
     deleted  addresses of the deleted disks
 """
 import contextlib
@@ -31,14 +31,14 @@ from ansible.module_utils.basic import AnsibleModule
 LOG = "/opt/Veridane_NVMe/log/vd_rescan_log.txt"
 QUESTION = "If you want delete all map view changed scsi disk, please input [yes], or input [no]:"
 STALE = ("not connected", "removed", "changed")
-QUESTION_SECONDS = 10  # in which the printed question must be in the trace log
+QUESTION_SECONDS = 10  # time for the tool to record the question that it printed
 
 SESSION = r"[0-9]+:[0-9]+:[0-9]+"
 LINE = r"    %s:[0-9]+\n" % SESSION
 CHANGED_LINE = r"    %s:[0-9]+ \[[0-9A-Za-z]+ -> [0-9A-Za-z]+\]\n" % SESSION
 SILENT_SESSION = r"scsi session\((%s)\) is no connect, include below scsi disk:\n((?:%s)+)" % (SESSION, LINE)
 COUNTED = r"(?:there are many scsi disk %s, include below ([0-9]+) scsi disk:\n((?:%s)+))?"
-# All that the tool prints up to its question.
+# The whole output of the tool up to its question.
 LIST = re.compile(r"vdRescan_plus start\.\.\.\n((?:%s)*)" % SILENT_SESSION
                   + COUNTED % ("removed", LINE) + COUNTED % ("changed", CHANGED_LINE) + re.escape(QUESTION))
 DELETION = re.compile(r"^    delete (\S+) (success|fail)\.$", re.MULTILINE)
@@ -50,7 +50,7 @@ def up_to_question(said):
 
 
 def printed_list(said):
-    """The stale disks in the tool's output up to its question as sorted tuples, or None if a part is not understood."""
+    """The stale disks in the tool's output up to its question, as sorted tuples. None if a part has an unknown form."""
     if not said:
         return []
     match = LIST.fullmatch(said)
@@ -71,14 +71,14 @@ def printed_list(said):
 
 
 def logged_list(disks):
-    """The same of stale disks from the trace log or a review. Only of changed disks does the tool print the names."""
+    """Like printed_list, for disks of the trace log or a review. The tool prints names only for changed disks."""
     return sorted(((disk["address"], disk["state"])
                    + ((disk["wwn"], disk["wwn_now"]) if disk["state"] == "changed" else (None, None))
                    for disk in disks), key=lambda disk: disk[0])
 
 
 class TooLate(Exception):
-    """The run takes longer than it may."""
+    """The run takes longer than its time limit."""
 
 
 def size_of_log():
@@ -86,7 +86,7 @@ def size_of_log():
 
 
 def run_since(size, reader):
-    """The run that the trace log holds from this size on, or None unless it is exactly one."""
+    """The run in the trace log from this offset on. None if there is not exactly one."""
     try:
         with open(LOG, "rb") as log:
             os.lseek(log.fileno(), size, os.SEEK_SET)
@@ -98,7 +98,7 @@ def run_since(size, reader):
 
 
 def run_at_question(size, reader):
-    """The same run after the tool has printed its question. The tool prints first and records then."""
+    """The same run after the tool has printed its question. The tool records the question after printing it."""
     deadline = time.monotonic() + QUESTION_SECONDS
     while True:
         run = run_since(size, reader)
@@ -108,13 +108,13 @@ def run_at_question(size, reader):
 
 
 def is_started_since(run, started):
-    """Whether the local time of the run's first record is between then and now, also when summer time ends."""
+    """Whether the local time of the run's first record is between `started` and now, even when summer time ends."""
     seconds = range(int(started), int(time.time()) + 1)
     return run["start"] in [time.strftime("%Y-%m-%d %H:%M:%S", time.localtime(second)) for second in seconds]
 
 
 def findings(run):
-    """What a person reviews."""
+    """The findings that a person reviews."""
     names = ("address", "state", "wwn", "wwn_now")
     unknown = [disk for disk in run["disks"] if disk["state"] in ("not questioned", "left out")]
     not_checked = {disk["address"] or disk["node"] or "any disk" for disk in unknown}
@@ -130,7 +130,7 @@ def findings(run):
 
 
 def objections(found):
-    """What makes a deletion questionable: pairs of a text and the argument that allows it all the same, or None."""
+    """Objections to a deletion: pairs of a text and the argument that allows it anyway, or None."""
     for disk in found["stale"]:
         if disk["state"] == "changed":
             old, new = disk["wwn"] or "", disk["wwn_now"] or ""
@@ -146,7 +146,7 @@ def objections(found):
 
 
 def refusal(found, options):
-    """Why these disks must not be deleted, whoever reviewed them, or None."""
+    """Why these disks must not be deleted even after a review, or None."""
     if len(found["stale"]) > options["max_disks"]:
         return "%d disks are stale, more than vd_max_disks" % len(found["stale"])
     for text, argument in objections(found):
@@ -158,7 +158,7 @@ def refusal(found, options):
 
 
 def objection(said, run, started, options):
-    """Why the answer to the tool's question in this run must be no, or None."""
+    """Why the answer to the tool's question must be no in this run, or None."""
     try:
         if not (run and run["whole"] and run["asked"] and run["outcome"] == "not ended" and run["answer"] is None):
             return "the trace log does not hold this run up to its question"
@@ -177,7 +177,7 @@ def objection(said, run, started, options):
 
 
 def play(tool, seconds, decide):
-    """Runs the tool, and answers its question once. Returns whether it ended in time, and its output."""
+    """Runs the tool and answers its question once. Returns whether it ended in time, and its output."""
     def stop(*_):
         raise TooLate
 
@@ -195,11 +195,11 @@ def play(tool, seconds, decide):
             if said.endswith(QUESTION.encode()) and not is_answered:
                 is_answered = True
                 text = b"yes\n" if decide(said.decode("ascii", "replace")) else b"no\n"
-                with contextlib.suppress(BrokenPipeError):  # its end is reported below
+                with contextlib.suppress(BrokenPipeError):  # the caller reports the end of the tool
                     run.stdin.write(text)
                     run.stdin.close()
     except TooLate:
-        run.kill()  # without waiting for its end: inside the kernel it may last
+        run.kill()  # does not wait: a call inside the kernel may take long
         os.set_blocking(run.stdout.fileno(), False)
         said += run.stdout.read() or b""
         return False, said.decode("ascii", "replace")
@@ -208,14 +208,14 @@ def play(tool, seconds, decide):
 
 
 def deletions(said, run, result):
-    """Addresses whose deletion had this result, after the tool's output or its trace log."""
+    """Addresses whose deletion had this result according to the tool's output or its trace log."""
     word, action = ("success", "deleted") if result else ("fail", "failed")
     logged = {disk["address"] for disk in run["disks"] if disk["action"] == action} if run else set()
     return sorted(logged.union(address for address, end in DELETION.findall(said) if end == word))
 
 
 def fault_of_run(ended, said, run, reader, started, options):
-    """Why this run is not as it should be, or None."""
+    """Why this run was not successful, or None."""
     if not ended:
         return "the run did not end within %d seconds, and was stopped" % options["seconds"]
     check = subprocess.run([reader, "--check", "--since", str(int(started))], stdout=subprocess.PIPE, check=False)
@@ -241,7 +241,7 @@ def fault_of_run(ended, said, run, reader, started, options):
 
 
 def fault_of_deletion(deleted, failed, answer, options):
-    """Why this host did not lose exactly the reviewed disks, or None. `answer` has the objection, if it was asked."""
+    """Why this host did not lose exactly the reviewed disks, or None. `answer` has the objection if the tool asked."""
     reviewed = {disk["address"] for disk in options["reviewed"] or []}
     foreign = sorted(set(deleted) - reviewed)
     if foreign:
@@ -256,7 +256,7 @@ def fault_of_deletion(deleted, failed, answer, options):
 
 
 def lines_of_findings(found):
-    """Lines about stale disks, what is questionable, and disks that are not in the list."""
+    """Lines about stale disks, objections, and disks that are not in the list."""
     kinds = {}
     for disk in found["stale"]:
         names = " [%s -> %s]" % (disk["wwn"], disk["wwn_now"]) if disk["state"] == "changed" else ""
