@@ -15,13 +15,18 @@ run() {
     vdRescan_plus "$@" < /dev/null | indent
 }
 
-# answer WORD [OPTION...]: the tool at a terminal, where WORD is typed once it asks.
-answer() {
-    echo "\$ vdRescan_plus" "${@:2}"
+# ask [OPTION...]: the tool at a terminal, until it asks. answer WORD: types WORD there, and waits for the tool to end.
+ask() {
+    echo "\$ vdRescan_plus" "$@"
     : > /run/said
-    # shellcheck disable=SC2094 # it waits for what the other writes
-    { wait_for grep -q 'input \[no\]:' /run/said; echo "$1"; } |
-        script -qfec "vdRescan_plus ${*:2}" /dev/null > /run/said
+    coproc script -qfec "vdRescan_plus $*" /dev/null > /run/said
+    asked=$COPROC_PID # which bash unsets when the process ends
+    wait_for grep -q 'input \[no\]:' /run/said
+}
+
+answer() {
+    echo "$1" >&"${COPROC[1]}"
+    wait "$asked"
     indent /run/said
 }
 
