@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <ctime>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -144,7 +145,11 @@ int ReportFrom(std::FILE *file, const Settings &settings)
     Reading reading;
     const std::vector<Run> runs = ReadRuns(file, settings, reading);
     if (settings.Has(kCheck) && !runs.empty() && reading.error == 0) {
-        return READER_Check(stdout, runs, settings.demands, reading.lock.value_or(RunLock()));
+        Demands demands = settings.demands;
+        if (settings.isDateChecked) {
+            demands.now = std::time(nullptr);  // only now: a run may have ended while the log was read
+        }
+        return READER_Check(stdout, runs, demands, reading.lock.value_or(RunLock()));
     }
     for (const Run &run : runs) {
         if (!settings.Has(kCheck)) {

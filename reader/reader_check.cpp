@@ -104,8 +104,10 @@ void JudgeDisks(Verdict &verdict, const Run &run, const Demands &demands)
     };
     const auto leftOut = [&demands](const Disk &disk) { return !IsIgnored(disk, demands); };
     WorsenBy(verdict, kCheckCritical, "deletion failed:", NamesOf(run.disks, failed));
-    WorsenBy(verdict, kCheckWarning,
-             run.isWhole ? "stale and left in place:" : "stale, deletion not recorded:", NamesOf(run.disks, left));
+    WorsenBy(
+        verdict, kCheckWarning,
+        run.isWhole && run.outcome != Outcome::NotEnded ? "stale and left in place:" : "stale, deletion not recorded:",
+        NamesOf(run.disks, left));
     WorsenBy(verdict, kCheckWarning, "not questioned:", NamesOf(run.disks, notQuestioned));
     WorsenBy(verdict, kCheckWarning, "left out:", NamesOf(run.leftOut, leftOut));
     const std::size_t queries = ExcusesIn(run, demands).unexcused;
@@ -220,7 +222,7 @@ CheckState READER_Check(std::FILE *out, const std::vector<Run> &runs, const Dema
     if (lock.isHeld) {
         const auto atWork = std::find_if(runs.begin(), runs.end(), [](const Run &run) { return run.isAtWork == true; });
         Worsen(all, kCheckOk,
-               atWork == runs.end() ? "a run that is not in the log is at work since " + lock.since
+               atWork == runs.end() ? "a run is at work since " + lock.since
                                     : "run " + std::to_string(atWork->number) + " is at work since " + lock.since);
     }
     std::string performance;

@@ -50,8 +50,10 @@ constexpr auto kRows = std::to_array<EventRow>({
     {"SCAN_ScanAllScsiHost", "", Event::RescansBegan},
     {"SCAN_ScanScsiHost", "    scan ", Event::HostRescan},
     {"SCAN_ScanScsiHost", "success.", Event::HostRescanned},
+    {"SCAN_ScanScsiHost", "fail.", Event::HostNotRescanned},
     {"SCAN_ScanNvmeCtrl", "    scan ", Event::ControllerRescan},
     {"SCAN_ScanNvmeCtrl", "success.", Event::ControllerRescanned},
+    {"SCAN_ScanNvmeCtrl", "fail.", Event::ControllerNotRescanned},
     {"main", "vdRescan_plus end.", Event::Ended},
 });
 

@@ -37,8 +37,10 @@ enum class Event {
     RescansBegan,
     HostRescan,
     HostRescanned,
+    HostNotRescanned,
     ControllerRescan,
     ControllerRescanned,
+    ControllerNotRescanned,
     Ended,
 };
 

@@ -91,13 +91,14 @@ std::string READER_ReadArguments(int argc, char *argv[], Settings &settings)
     const auto add = [&fault](const std::string &text) { fault = fault.empty() ? text : fault; };
     opterr = 0;
     for (;;) {
-        const char *word = argv[optind];
         const int found = getopt_long(argc, argv, ":", kOptions.data(), nullptr);
         if (found == -1) {
             break;
         }
         if (found == '?' || found == ':') {
-            add(std::string(found == '?' ? "unknown option: " : "no argument after ") + word);
+            const bool isShort = optopt > kVersion;
+            const std::string word = isShort ? std::string("-") + static_cast<char>(optopt) : argv[optind - 1];
+            add((found == '?' ? "unknown option: " : "no argument after ") + word);
             continue;
         }
         const auto wanted = static_cast<Option>(found);
@@ -114,8 +115,6 @@ std::string READER_ReadArguments(int argc, char *argv[], Settings &settings)
     settings.demands.mustLook = settings.Has(kMustLook);
     settings.isOwnLog = optind >= argc;
     settings.path = settings.isOwnLog ? GetFilePathByType(DirectoryKind::Log, kTraceFileName) : argv[optind];
-    if (settings.isOwnLog || settings.demands.since || settings.demands.oldest) {
-        settings.demands.now = std::time(nullptr);
-    }
+    settings.isDateChecked = settings.isOwnLog || settings.demands.since || settings.demands.oldest;
     return fault;
 }

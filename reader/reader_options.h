@@ -30,7 +30,8 @@ struct Settings {
     long long number = 0;  // of --run
     Demands demands;
     const char *path = nullptr;
-    bool isOwnLog = false;  // the log of this host, not a FILE
+    bool isOwnLog = false;       // the log of this host, not a FILE
+    bool isDateChecked = false;  // no run may be dated later than now
 
     [[nodiscard]] bool Has(Option wanted) const { return given[wanted]; }
 };

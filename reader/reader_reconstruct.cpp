@@ -18,6 +18,7 @@ struct Reconstruction {
     std::unordered_map<std::string_view, std::size_t> diskOf;   // indices in Run::disks, by address
     std::unordered_map<std::string_view, std::size_t> otherOf;  // indices in Run::others, by vendor and product
     std::string_view withoutProduct;                            // address of a disk whose product could not be read
+    bool isRescanOpen = false;                                  // of the target that was recorded last
     std::string_view start;                                     // times of the first and the last record
     std::string_view end;
 };
@@ -141,24 +142,27 @@ void NoteUnsupported(Reconstruction &partial, std::string_view message)
     }
 }
 
-// "    scan host2 ". The host or controller counts as not rescanned until "success." follows; the run may have ended
-// here.
-void BeginRescan(std::vector<std::string> &notRescanned, std::string_view message)
+// "    scan host2 ". The target counts as not rescanned until "success." follows; the run may have ended here.
+void BeginRescan(Reconstruction &partial, std::vector<std::string> &notRescanned, std::string_view message)
 {
     notRescanned.push_back(READER_Shown(READER_Between(message, "    scan ", " ")));
+    partial.isRescanOpen = true;
 }
 
-void EndRescan(std::vector<std::string> &notRescanned, std::size_t &rescanned)
+// The result of the rescan that began last, unless the record of its beginning is missing.
+void EndRescan(Reconstruction &partial, std::vector<std::string> &notRescanned, std::size_t &rescanned)
 {
-    if (!notRescanned.empty()) {
+    if (partial.isRescanOpen && !notRescanned.empty()) {
         notRescanned.pop_back();
-        ++rescanned;
     }
+    ++rescanned;
+    partial.isRescanOpen = false;
 }
 
 // Events of start-up, options, targets and rescans.
-void ApplyToCourse(Run &run, Event event, std::string_view message)
+void ApplyToCourse(Reconstruction &partial, Event event, std::string_view message)
 {
+    Run &run = partial.run;
     switch (event) {
         case Event::NotRoot:
             return Refuse(run, "not root");
@@ -181,13 +185,17 @@ void ApplyToCourse(Run &run, Event event, std::string_view message)
             }
             return;
         case Event::HostRescan:
-            return BeginRescan(run.hostsNotRescanned, message);
+            return BeginRescan(partial, run.hostsNotRescanned, message);
         case Event::HostRescanned:
-            return EndRescan(run.hostsNotRescanned, run.hostsRescanned);
+            return EndRescan(partial, run.hostsNotRescanned, run.hostsRescanned);
         case Event::ControllerRescan:
-            return BeginRescan(run.controllersNotRescanned, message);
+            return BeginRescan(partial, run.controllersNotRescanned, message);
         case Event::ControllerRescanned:
-            return EndRescan(run.controllersNotRescanned, run.controllersRescanned);
+            return EndRescan(partial, run.controllersNotRescanned, run.controllersRescanned);
+        case Event::HostNotRescanned:
+        case Event::ControllerNotRescanned:
+            partial.isRescanOpen = false;
+            return;
         case Event::Ended:
             run.outcome = Outcome::Complete;
             return;
@@ -248,7 +256,7 @@ void Apply(Reconstruction &partial, const LogRecord &record)
     if (event >= Event::DisksNotListed && event <= Event::Deletion) {
         partial.run.checked = true;
     }
-    ApplyToCourse(partial.run, event, record.message);
+    ApplyToCourse(partial, event, record.message);
     ApplyToDisks(partial, event, record.message);
 }
 

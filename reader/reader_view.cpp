@@ -62,7 +62,7 @@ void WriteHeading(std::FILE *out, const Run &run)
     (void)std::fprintf(out, "%s\n", CheckOf(run).c_str());
     if (run.asked) {
         (void)std::fprintf(out, "The operator was asked and %s.\n",
-                           !run.answer   ? "has not answered"
+                           !run.answer   ? "no answer is recorded"
                            : *run.answer ? "said yes"
                                          : "said no");
     }
@@ -172,8 +172,8 @@ void READER_RunToView(std::FILE *out, const Run &run)
                            std::string(other.product).c_str(), other.disks);
     }
     for (const std::string_view session : run.sessionsRemoved) {
-        (void)std::fprintf(out, "Every disk of session %s is removed; an array that is starting reports no LUN.\n",
-                           std::string(session).c_str());
+        (void)std::fprintf(out, "Every %sdisk of session %s is removed; an array that is starting reports no LUN.\n",
+                           run.isWhole ? "" : "recorded ", std::string(session).c_str());
     }
     WriteUnassigned(out, run);
     WriteLines(out, "Not listed: ", run.inventoryErrors);

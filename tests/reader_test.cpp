@@ -214,8 +214,7 @@ TEST_F(MachineTest, ReaderKnowsTheRunAtWork)
     EXPECT_EQ("VDRESCAN UNKNOWN - no run to judge; run 1 is at work since T\nstatus 3\n", Read("--check"));
     // Run 1 was killed. Later another run, which cannot write the log, took the lock.
     lockAt(usualTime + 1);
-    EXPECT_EQ("VDRESCAN CRITICAL - run 1 of T: no end is recorded; a run that is not in the log is at work since T" +
-                  numbers + "status 2\n",
+    EXPECT_EQ("VDRESCAN CRITICAL - run 1 of T: no end is recorded; a run is at work since T" + numbers + "status 2\n",
               Read("--check"));
     (void)close(fd);  // releases the lock
     EXPECT_NE(std::string::npos, Read("").find("not ended.\nIt was stopped, or the log"));
