@@ -60,8 +60,9 @@ void SetAnswers(const std::vector<DiskAnswers> &disks)
     }
     for (std::size_t i = 0; i < disks.size(); ++i) {
         const std::string node = "sg" + std::to_string(i);
-        const std::string eui64 = Bytes("00830014 01020008");  // a page with another designator first
-        // In the order of enum Name.
+        // A page with another designator first.
+        const std::string eui64 = Bytes("00830020 01020008 0123456789abcdef 01030010" + Wwn("9:9:9:9"));
+        // In the order of the enumeration.
         const std::string pages[] = {NaaPage(Wwn(Address(i))), NaaPage(Wwn("9:9:9:9")), "", eui64};
         const Name name = disks[i].name;
         // Rejected by the device, the host adapter or the driver.
