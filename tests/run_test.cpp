@@ -155,6 +155,27 @@ TEST_P(ListedRun, ComesOutAsListed)
 INSTANTIATE_TEST_SUITE_P(Runs, ListedRun, testing::ValuesIn(ListedRuns()),
                          [](const auto &run) { return run.param.name; });
 
+// Each row is refused where it is read or when its machine is made. If it were not, it would do no harm.
+TEST_F(MachineTest, ATableRefusesWhatItCannotDo)
+{
+    for (const Lines &rows :
+         {Lines{"answer sg1 inquiry errno=EIO", "answer sg0 inquiry attempt=4", "answer sg0 inquiry luns=9..1"},
+          Lines{"disk 2:0:0:1", "disk 2:0:0:4294967296", "disk 2:0:0:2\r", " disk 2:0:0:2", "disk\t2:0:0:2"},
+          Lines{"file etc/foo y", "file /proc/x y", "file /sys/../proc/x y", "remove /etc", "remove /sys/nothing"},
+          Lines{"link /sys/link", "device nvme /sys/a b", "file /sys/x $lowercase", "let A", "let TWICE b"}}) {
+        for (const std::string &row : rows) {
+            std::istringstream description("let TWICE a\ndisk 2:0:0:1\n" + row + "\n");
+            const auto make = [&description] {
+                const table::Case last = table::Read(description, "t").back();
+                for (const auto &step : last.machine) {
+                    step();
+                }
+            };
+            EXPECT_THROW(make(), std::runtime_error) << row;
+        }
+    }
+}
+
 TEST_F(MachineTest, OnlyAYesDeletesInMutualMode)
 {
     const std::string x255(255, 'x');
