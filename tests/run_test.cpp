@@ -52,7 +52,7 @@ std::string Each(const std::string &text, const std::string &pattern, const char
 }
 
 // What a run that prints this must have written into attributes, and the words of its calls of `nvme`.
-std::string Deeds(const std::string &printed)
+std::string WritesAndCalls(const std::string &printed)
 {
     return Each(printed, "    delete (\\S+) success", "$1/delete 1\n") +
            Each(printed, "scan (host\\d+) success", "$1/scan - - -\n") +
@@ -66,7 +66,7 @@ std::string CheckRun(const std::string &report, const std::string &args = "", co
     Remove(kNvmeCalls);
     const Result result = RunCommand(args, input);
     EXPECT_EQ("vdRescan_plus start...\n" + report + kScans, result.out);
-    EXPECT_EQ(Deeds(report + kScans), result.writes + Content(kNvmeCalls));
+    EXPECT_EQ(WritesAndCalls(report + kScans), result.writes + Content(kNvmeCalls));
     EXPECT_EQ(0, result.status);
     EXPECT_EQ("", result.err);
     return result.trace;
@@ -100,7 +100,7 @@ Lines Outcome(const Result &result, const Lines &expected)
     add("prints",
         std::regex_replace(result.out, std::regex("^vdRescan_plus start...\n((.*\n)*)" + kScans + "$"), "$1"));
     const std::string deeds = result.writes + Content(kNvmeCalls);
-    add("but does", deeds == Deeds(result.out) ? "" : deeds);
+    add("but does", deeds == WritesAndCalls(result.out) ? "" : deeds);
     add("error", RecordsAt("ERROR", result.trace));
     const std::string infos = "\n" + RecordsAt("INFO", result.trace);
     std::size_t at = 0;
