@@ -82,7 +82,7 @@ stop_writing() { touch /run/stop; wait "$writer"; }
 write_round() {
     local place=$(($1 % 16))
     dd of=/run/written bs=1M seek=$place count=1 iflag=fullblock conv=notrunc status=none < <(yes "round $1") &&
-        dd if=/run/written of="$2" bs=64K {skip,seek}=$((place * 16)) count=16 oflag=direct conv=notrunc status=none &&
+        dd if=/run/written of="$2" bs=64K {skip,seek}=$((place * 16)) count=16 oflag=direct conv=nocreat,notrunc status=none &&
         dd if="$2" bs=64K skip=$((place * 16)) count=16 iflag=direct status=none |
         cmp -n $((1 << 20)) -i 0:$((place << 20)) - /run/written
 }

@@ -54,8 +54,8 @@ void Pick(const Settings &settings, Reading &picked, RunText run)
     }
 }
 
-// Reconstructs the runs to print or judge. A run at work comes with the run before it, which is judged in its place,
-// and with the copy that was refused because of it.
+// Reconstructs the runs to print or judge. A run at work comes with the run before it, which is judged in its place. A
+// run that has not ended comes with a copy that was refused after it.
 std::vector<Run> Choose(const Settings &settings, const Reading &picked)
 {
     std::vector<Run> runs;
@@ -72,7 +72,8 @@ std::vector<Run> Choose(const Settings &settings, const Reading &picked)
             add(*picked.before);
             std::swap(runs.front(), runs.back());
         }
-        if (picked.refused && !isAtWork && !settings.Has(kCheck)) {
+        const bool isOver = runs.back().outcome == Outcome::Complete;
+        if (picked.refused && isOver && !settings.Has(kCheck)) {
             runs.clear();
         }
     }
@@ -188,7 +189,6 @@ int main(int argc, char *argv[])
     Settings settings;
     const std::string fault = READER_ReadArguments(argc, argv, settings);
     if (!fault.empty()) {
-        (void)std::fputs(kReaderUsage, stderr);
         return Refuse(settings, fault, kWrongArguments);
     }
     int status = kFound;

@@ -32,9 +32,9 @@ std::string CheckOf(const Run &run)
     }
     const std::string list = run.listLoaded.value_or(false) ? "The supported-device list was loaded. " : "";
     if (run.checked) {
-        return list + (run.isWhole ? "" : "At least ") + READER_Count(run.disks.size(), "disk") + " found in " +
-               READER_Count(run.sessions, "session") + ", " + std::to_string(run.leftOut.size()) + " left out, " +
-               std::to_string(run.disksOfOthers) + " not in the list.";
+        return list + (run.isWhole ? "" : "At least ") + READER_Count(run.disks.size(), "supported disk") +
+               " found in " + READER_Count(run.sessions, "session") + ", " + std::to_string(run.leftOut.size()) +
+               " left out, " + std::to_string(run.disksOfOthers) + " others not in the list.";
     }
     if (!run.isWhole) {
         return list + "The records do not show whether disks were looked at.";

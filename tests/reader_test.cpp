@@ -26,10 +26,6 @@ std::string Read(const std::string &args)
 {
     const int status = std::system((VD_READER " " + args + " > /run/out 2>&1").c_str());
     std::string out = Content("/run/out");
-    if (out.starts_with("usage:")) {
-        const std::size_t lastLine = out.rfind('\n', out.size() - 2) + 1;
-        out.erase(0, lastLine);
-    }
     out = std::regex_replace(out, std::regex(R"(\d{4}(-\d\d){2} \d\d(:\d\d){2})"), "T");
     out = std::regex_replace(out, std::regex("T, [0-9]+ seconds?:"), "T, N seconds:");
     out = std::regex_replace(out, std::regex(R"("seconds":\d+)"), R"("seconds":N)");
@@ -120,7 +116,7 @@ TEST_F(MachineTest, ReaderReportsWhatARunDid)
     Link(DiskDir("2:0:0:3") + "/delete", "/dev/full");
     RunCommand();
     EXPECT_EQ(R"(Run 1 of T, N seconds: complete.
-The supported-device list was loaded. 4 disks found in 2 sessions, 1 left out, 0 not in the list.
+The supported-device list was loaded. 4 supported disks found in 2 sessions, 1 left out, 0 others not in the list.
 
 ADDRESS  NODE      VENDOR  PRODUCT    STATE          ACTION   WWN
 2:0:0:2  /dev/sg1  ZENTRA  ARRAY9000  changed        deleted  6a1b2c3d4e5f00020000000000000002 -> eeeeeeeeeeeeeeeeeeeeeeeeeeeeeeee
