@@ -49,11 +49,13 @@ void PrintTo(const ListedLog &log, std::ostream *out) { *out << log.name; }
 // A line such as "2 INFO main vdRescan_plus end." as a record.
 std::string RecordOf(const std::string &line, const std::string &time)
 {
+    static const std::regex record(R"((\d+) ([A-Z]+) (\w+) (.*))");
+    static const std::regex newline(R"(\\n)");
     std::smatch part;
-    if (!std::regex_match(line, part, std::regex(R"((\d+) ([A-Z]+) (\w+) (.*))"))) {
+    if (!std::regex_match(line, part, record)) {
         throw std::runtime_error("logs.txt: {" + line + "} is not understood");
     }
-    std::string message = std::regex_replace(part.str(4), std::regex(R"(\\n)"), "\n");
+    std::string message = std::regex_replace(part.str(4), newline, "\n");
     const bool isOpen = message.ends_with("\\c");
     message = isOpen ? message.substr(0, message.size() - 2) : message + "\n";
     return "[" + part.str(1) + "][" + time + "][0000534217000001][" + part.str(2) + "][SCAN  ][" + part.str(3) +
