@@ -1,11 +1,12 @@
 // Preloaded before sg_double: makes one platform call of the command fail.
 //
 // The command starts once for thousands of runs. Before main, it reads orders from its standard input and forks for
-// each: the child is the run. The parent writes the child's wait status to kStatusFd.
+// each: the child is the run. The parent writes the child's result to kResultFd.
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <libudev.h>
 #include <sys/ioctl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -21,29 +22,36 @@
 
 extern "C" void *__libc_malloc(size_t size);
 extern "C" void *__libc_calloc(size_t count, size_t size);
+extern "C" void *__libc_realloc(void *memory, size_t size);
+extern "C" void __libc_free(void *memory);
 
 namespace {
 
 constexpr unsigned int kHangSeconds = 600;  // a run takes milliseconds
 
 FaultOrder g_order = {};
-bool g_isRun = false;    // count calls: this process is a run, and the call is the command's
-int g_calls = 0;         // platform calls so far
-int g_contexts = 0;      // udev contexts so far: the first lists hosts, the second controllers
-FILE *g_list = nullptr;  // /run/calls, in a run that lists its calls
+bool g_isRun = false;          // count calls: this process is a run, and the call is the command's
+int g_calls = 0;               // platform calls so far
+int g_contexts = 0;            // udev contexts so far: the first lists hosts, the second controllers
+FILE *g_list = nullptr;        // /run/calls, in a run that lists its calls
+int *g_allocations = nullptr;  // not freed yet; the run shares it with its parent
 
 __attribute__((constructor)) void Serve()
 {
+    void *shared = mmap(nullptr, sizeof *g_allocations, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    g_allocations = static_cast<int *>(shared);
     while (read(STDIN_FILENO, &g_order, sizeof g_order) == sizeof g_order) {
+        *g_allocations = 0;
         if (fork() == 0) {
             (void)alarm(kHangSeconds);
             g_list = g_order.call == 0 ? std::fopen("/run/calls", "ae") : nullptr;
             g_isRun = true;
             return;
         }
-        int status = 0;
-        (void)wait(&status);
-        (void)write(kStatusFd, &status, sizeof status);
+        FaultResult result = {};
+        (void)wait(&result.status);
+        result.leaked = *g_allocations;
+        (void)write(kResultFd, &result, sizeof result);
     }
     _exit(0);
 }
@@ -85,6 +93,14 @@ bool Fails(const char *what = "", int fd = -1, const char *function = __builtin_
 }
 
 bool Fails(int fd, const char *function = __builtin_FUNCTION()) { return Fails("", fd, function); }
+
+void *Counted(void *memory)
+{
+    if (g_isRun && memory != nullptr) {
+        ++*g_allocations;
+    }
+    return memory;
+}
 
 // The next function with the caller's name after this library.
 template <typename Function>
@@ -222,8 +238,21 @@ udev_device *udev_device_new_from_syspath(udev *context, const char *path)
 }
 
 // dlsym would itself allocate memory.
-void *malloc(size_t size) noexcept { return Fails() ? nullptr : __libc_malloc(size); }
+void *malloc(size_t size) noexcept { return Fails() ? nullptr : Counted(__libc_malloc(size)); }
 
 // The compiler replaces malloc and memset with one calloc.
-void *calloc(size_t count, size_t size) noexcept { return Fails() ? nullptr : __libc_calloc(count, size); }
+void *calloc(size_t count, size_t size) noexcept { return Fails() ? nullptr : Counted(__libc_calloc(count, size)); }
+
+void *realloc(void *memory, size_t size) noexcept
+{
+    return memory == nullptr ? Counted(__libc_realloc(memory, size)) : __libc_realloc(memory, size);
+}
+
+void free(void *memory) noexcept
+{
+    if (g_isRun && memory != nullptr) {
+        --*g_allocations;
+    }
+    __libc_free(memory);
+}
 }

@@ -31,4 +31,9 @@ inline void FAULT_TakeOver()
     }
 }
 
-inline constexpr int kStatusFd = 3;  // fault_double writes the wait status of a run here, as an int
+// fault_double writes this to kResultFd after each run.
+struct FaultResult {
+    int status;  // wait status
+    int leaked;  // allocations that the run did not free
+};
+inline constexpr int kResultFd = 3;
