@@ -17,7 +17,7 @@ void Enter();
 void StartOver();
 
 struct Result {
-    int status;  // exit status; above 123 if the time limit or a signal ended the command
+    int status;  // wait status
     std::string out, err;
     std::string trace;   // what the run appended to the trace log
     std::string writes;  // "2:0:0:1/delete 1" or "host2/scan - - -", one line for each write, in order

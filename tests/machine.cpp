@@ -19,8 +19,6 @@ std::string g_root;
 dev_t g_device = 0;  // the file system of the machine; no other one changes
 int g_diskCount = 0;
 
-constexpr const char *kDirectories[] = {"/sys", "/run", "/dev", "/etc", "/opt"};
-
 std::string Hex(std::uint64_t value, int digits)
 {
     char text[20];

@@ -10,6 +10,9 @@ namespace machine {
 
 inline const std::string kLog = "/opt/Veridane_NVMe/log/vd_rescan_log.txt";
 inline const std::string kConfig = "/etc/vd_plus.conf";
+// All directories of the machine.
+inline constexpr const char *kDirectories[] = {"/sys", "/run", "/dev", "/etc", "/opt"};
+
 inline const std::string kCommand = "/run/bin/vdRescan_plus";
 inline const std::string kNvmeCalls = "/run/nvme.calls";  // one line for each call of the stand-in `nvme`
 inline const std::string kWrites = "/run/writes";         // what was written into attributes; see sg_double.cpp
