@@ -136,7 +136,7 @@ Result RunCommand(const std::string &args, const std::string &input, const std::
 
 std::string RecordsAt(const std::string &level, const std::string &trace)
 {
-    const std::regex prefix(R"(\[\d+\]\[[^\]]*\]\[\w{16}\]\[(\w+) *\]\[(\w+) *\]\[(\w+): \d+\])");
+    static const std::regex prefix(R"(\[\d+\]\[[^\]]*\]\[\w{16}\]\[(\w+) *\]\[(\w+) *\]\[(\w+): \d+\])");
     std::istringstream records(std::regex_replace(trace, prefix, "\x01$1 $2 $3: "));
     std::string text;
     for (std::string record; std::getline(records, record, '\x01');) {
@@ -144,7 +144,8 @@ std::string RecordsAt(const std::string &level, const std::string &trace)
             text += record.substr(level.size() + 1) + (record.ends_with('\n') ? "" : "\n");
         }
     }
-    return std::regex_replace(text, std::regex("line \\d+ exception"), "line N exception");
+    static const std::regex line("line \\d+ exception");
+    return std::regex_replace(text, line, "line N exception");
 }
 
 }  // namespace machine

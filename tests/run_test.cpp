@@ -97,8 +97,8 @@ Lines Outcome(const Result &result, const Lines &expected)
         const Lines lines = LinesOf(text, word + " ");
         found.insert(found.end(), lines.begin(), lines.end());
     };
-    add("prints",
-        std::regex_replace(result.out, std::regex("^vdRescan_plus start...\n((.*\n)*)" + kScans + "$"), "$1"));
+    static const std::regex usual("^vdRescan_plus start...\n((.*\n)*)" + kScans + "$");
+    add("prints", std::regex_replace(result.out, usual, "$1"));
     const std::string deeds = result.writes + Content(kNvmeCalls);
     add("but does", deeds == WritesAndCalls(result.out) ? "" : deeds);
     add("error", RecordsAt("ERROR", result.trace));
