@@ -7,7 +7,14 @@ seen='' want='' shown=''
 
 step() { printf '\n=== %s\n' "$*"; }
 fail() { echo "FAILED: $*"; exit 1; }
-indent() { sed 's/\r$//; s/^/    | /' "$@"; }
+
+# indent [FILE]: marks each line of a command's output.
+indent() {
+    local line
+    while IFS= read -r line || [ -n "$line" ]; do
+        printf '    | %s\n' "${line%$'\r'}"
+    done < "${1:-/dev/fd/0}"
+}
 
 # run [OPTION...]: the tool, with nothing to read.
 run() {
@@ -70,18 +77,23 @@ look() {
 # has others. It uses all of them now but those with an exclamation mark. And what is written comes through. All that gets
 # time to settle: probing goes on after a scan, and multipath has yet to hear of it.
 expect() {
-    local change failed=
+    local change device address volume failed=' '
     want=${want// new/ kept}
     for change; do
         case $change in
         -*) want=$(grep -v "^${change#-}=" <<< "$want") ;;
         +*) want+=$'\n'"${change#+} new" ;;
-        !*) failed+="s/=${change#!}\$/& failed/;" ;;
+        !*) failed+="${change#!} " ;;
         esac
     done
     want=$(sort <<< "$want" | grep .)
-    # The maps, and behind each one its paths. The other vendor's volumes begin with e.
-    want_paths=$(sed -nE "s/^([0-9:]+)=([^e].) .*/\2=\1/; T; $failed p; s/=.*//p" <<< "$want" | sort -u)
+    # The maps, and each path of them. The other vendor's volumes begin with e and have no map.
+    want_paths=$(while read -r device _; do
+        address=${device%=*} volume=${device#*=}
+        [[ $address == *:* && $volume != e? ]] || continue
+        [[ $failed == *" $address "* ]] && address+=" failed"
+        printf '%s\n' "$volume" "$volume=$address"
+    done <<< "$want" | sort -u)
     wait_for same_devices || true
     wait_for same_paths || true
     show_change
@@ -128,15 +140,15 @@ asked_twice() { [ "$(< "$iscsi:$1/tpgt_1/lun/lun_$2/statistics/scsi_tgt_port/in_
 # back wrong.
 expect_writes() {
     # The round that was under way may have begun before.
-    want_rounds=$(($(stat -c %s /run/rounds) + 2))
+    want_rounds=$(($(rounds) + 2))
     wait_for written || fail "the writes hang"
-    sh -c 'date >> /mnt/steps && sync /mnt/steps' || fail "the file system takes no more writes"
+    { echo "$EPOCHSECONDS" >> /mnt/steps && sync /mnt/steps; } || fail "the file system takes no more writes"
     show_writes
     [ ! -s /run/write_errors ] || fail "$(cat /run/write_errors)"
 }
 
-written() { [ "$(stat -c %s /run/rounds)" -ge "$want_rounds" ]; }
+written() { [ "$(rounds)" -ge "$want_rounds" ]; }
 
 show_writes() {
-    echo "Blocks of 64 KiB written and read back: $((16 * $(stat -c %s /run/rounds))), errors: $(wc -l < /run/write_errors)"
+    echo "Blocks of 64 KiB written and read back: $((16 * $(rounds))), errors: $(wc -l < /run/write_errors)"
 }

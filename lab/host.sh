@@ -62,11 +62,12 @@ connect() {
     nvme set-feature /dev/nvme0 -f 0x0b -v 0 > /dev/null
 }
 
-# start_writing NAME: on the map of that volume, a round after the other, until stop_writing. What the volume should hold
-# by then stands in /run/written, and what went wrong in /run/write_errors.
+# start_writing NAME: writes on the map of that volume, round after round, until stop_writing. Then /run/written has a
+# file for each megabyte of the volume, and /run/write_errors the errors.
 start_writing() {
     local round=0
-    truncate -s 16M /run/written
+    mkdir /run/written
+    truncate -s 1M /run/written/{0..15}
     : > /run/rounds
     while [ ! -e /run/stop ]; do
         write_round $((++round)) "/dev/mapper/3$naa$1" || echo "round $round failed"
@@ -78,13 +79,21 @@ start_writing() {
 
 stop_writing() { touch /run/stop; wait "$writer"; }
 
-# write_round ROUND MAP: its number all over a megabyte, as 16 writes past every cache; then that is read back.
+# Prints how many rounds were written.
+rounds() {
+    local dots
+    read -r dots < /run/rounds || true # no newline ends them
+    echo ${#dots}
+}
+
+# write_round ROUND MAP: writes a megabyte with the number of the round, in blocks of 64 KiB and past every cache, and
+# reads it back.
 write_round() {
-    local place=$(($1 % 16))
-    dd of=/run/written bs=1M seek=$place count=1 iflag=fullblock conv=notrunc status=none < <(yes "round $1") &&
-        dd if=/run/written of="$2" bs=64K {skip,seek}=$((place * 16)) count=16 oflag=direct conv=nocreat,notrunc status=none &&
-        dd if="$2" bs=64K skip=$((place * 16)) count=16 iflag=direct status=none |
-        cmp -n $((1 << 20)) -i 0:$((place << 20)) - /run/written
+    local block place=$(($1 % 16))
+    local file=/run/written/$place
+    for block in {1..16}; do printf '%-65536s' "round $1, block $block"; done > "$file"
+    dd if="$file" of="$2" bs=64K seek=$((place * 16)) oflag=direct conv=nocreat,notrunc status=none || return
+    dd if="$2" bs=64K skip=$((place * 16)) count=16 iflag=direct status=none | cmp - "$file"
 }
 
 # mount_files NAME: at /mnt, an ext4 of its own on the map of that volume, with files whose checksums are kept.
