@@ -55,7 +55,7 @@ void FormatNow(char (&text)[kTimeSize])
         return;
     }
     // A time that is too long is truncated, which is good enough.
-    (void)snprintf_s(text, sizeof text, sizeof text - 1, "%d-%02d-%02d %02d:%02d:%02d", local->tm_year + 1900,
+    (void)snprintf_s(text, sizeof text, TEXT_Limit(text), "%d-%02d-%02d %02d:%02d:%02d", local->tm_year + 1900,
                      local->tm_mon + 1, local->tm_mday, local->tm_hour, local->tm_min, local->tm_sec);
 }
 

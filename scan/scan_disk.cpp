@@ -27,7 +27,7 @@ const char *TextOf(const char *text)
 ResultCode SCAN_GetScsiDiskWwid(ScsiDisk &disk)
 {
     char buffer[kPathSize] = {};
-    if (INTF_UTIL_Read(disk.devPath, "wwid", buffer, sizeof buffer - 1) < 0) {
+    if (INTF_UTIL_Read(disk.devPath, "wwid", buffer, TEXT_Limit(buffer)) < 0) {
         SCAN_Record(LogLevel::Error, "scsi disk get wwid fail by path{%s}.\n", disk.devPath);
         return RET_FAIL;
     }
@@ -53,24 +53,24 @@ ResultCode SCAN_GetScsiDiskSgName(ScsiDisk &disk)
 {
     char path[kPathSize] = {};
     char link[kLinkSize] = {};
-    if (sprintf_s(path, sizeof path - 1, "%s/generic", disk.devPath) == -1) {
+    if (sprintf_s(path, TEXT_Limit(path), "%s/generic", disk.devPath) == -1) {
         SCAN_Record(LogLevel::Error, "structure full name fail with path{%s}.\n", disk.devPath);
         return RET_FAIL;
     }
-    const ssize_t linkLength = readlink(path, link, sizeof link - 1);
+    const ssize_t linkLength = readlink(path, link, TEXT_Limit(link));
     if (linkLength < 0) {
         SCAN_Record(LogLevel::Error, "full name{%s} read link fail.\n", path);
         return RET_FAIL;
     }
     // A link that fills the buffer may be truncated, and a truncated name may be another disk's.
-    const bool mayBeCut = linkLength == sizeof link - 1;
+    const bool mayBeCut = linkLength == TEXT_Limit(link);
     char *name = link;
     (void)INTF_UTIL_StrSep(&name, "scsi_generic/");  // only what follows the separator counts
     if (name == nullptr || mayBeCut || std::strncmp(name, "sg", 2) != 0) {
         SCAN_Record(LogLevel::Error, "full name{%s} read link{%s} sg name{%s} invalid.\n", path, link, TextOf(name));
         return RET_FAIL;
     }
-    if (sprintf_s(disk.sgName, sizeof disk.sgName - 1, "/dev/%s", name) == -1) {
+    if (sprintf_s(disk.sgName, TEXT_Limit(disk.sgName), "/dev/%s", name) == -1) {
         SCAN_Record(LogLevel::Error, "structure sg name fail with name{%s}.\n", name);
         return RET_FAIL;
     }
@@ -151,7 +151,7 @@ void SCAN_CreateScsiDisk(const char *name, const char *directory)
         SCAN_Record(LogLevel::Error, "malloc scsi disk fail by path{%s}.\n", directory);
         return;
     }
-    if (strncpy_s(disk->devPath, sizeof disk->devPath - 1, directory, std::strlen(directory)) != 0) {
+    if (strncpy_s(disk->devPath, TEXT_Limit(disk->devPath), directory, std::strlen(directory)) != 0) {
         SCAN_Record(LogLevel::Error, "scsi disk get path{%s} copy fail.\n", directory);
         return;
     }
@@ -175,7 +175,7 @@ void SCAN_HandUdevScsiDisk(const char *path, udev_device * /*device*/)
         return;
     }
     char buffer[kPathSize] = {};
-    if (strncpy_s(buffer, sizeof buffer - 1, path, std::strlen(path)) != 0) {
+    if (strncpy_s(buffer, TEXT_Limit(buffer), path, std::strlen(path)) != 0) {
         SCAN_Record(LogLevel::Error, "scsi disk path{%s} copy fail.\n", path);
         return;
     }

@@ -9,6 +9,7 @@
 
 #include <cstring>
 
+#include "mpi_usr_if.h"
 #include "safestr_format.h"
 #include "safestr_memory.h"
 
@@ -29,9 +30,9 @@ bool ReadDescription(int fd, char (&link)[kDescriptionSize])
     if (fstat(fd, &status) != 0 || !S_ISCHR(status.st_mode)) {
         return false;
     }
-    (void)sprintf_s(path, sizeof path - 1, "/sys/dev/char/%u:%u/device", major(status.st_rdev),
+    (void)sprintf_s(path, TEXT_Limit(path), "/sys/dev/char/%u:%u/device", major(status.st_rdev),
                     minor(status.st_rdev));  // two numbers fit
-    return readlink(path, link, sizeof link - 1) > 0;
+    return readlink(path, link, TEXT_Limit(link)) > 0;
 }
 
 // While the node is open, the kernel gives its number to no other disk. So after this check, every answer comes from
@@ -46,10 +47,10 @@ bool BelongsToAnother(int fd, const NodeOwner &owner)
     const char *address = slash == nullptr ? link : slash + 1;
     char own[kAddressSize] = {};
     if (owner.lun.has_value()) {
-        (void)sprintf_s(own, sizeof own - 1, "%u:%u:%u:%u", owner.host, owner.channel, owner.target, *owner.lun);
+        (void)sprintf_s(own, TEXT_Limit(own), "%u:%u:%u:%u", owner.host, owner.channel, owner.target, *owner.lun);
         return std::strcmp(address, own) != 0;
     }
-    (void)sprintf_s(own, sizeof own - 1, "%u:%u:%u:", owner.host, owner.channel, owner.target);  // any LUN may follow
+    (void)sprintf_s(own, TEXT_Limit(own), "%u:%u:%u:", owner.host, owner.channel, owner.target);  // any LUN may follow
     return std::strncmp(address, own, std::strlen(own)) != 0;
 }
 

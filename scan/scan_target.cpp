@@ -25,7 +25,7 @@ OwnedMemory<ScsiHost> SCAN_CreateScsiHost(std::int32_t hostNo, const char *path)
         return nullptr;
     }
     // A path that is too long leaves the field empty. The host stays in the list, and its rescan prints a failure.
-    (void)strncpy_s(host->sysPath, sizeof host->sysPath - 1, path, std::strlen(path));
+    (void)strncpy_s(host->sysPath, TEXT_Limit(host->sysPath), path, std::strlen(path));
     host->hostNo = hostNo;
     SCAN_Record(LogLevel::Info, "create scsi host{%d} finish.\n", hostNo);
     return host;
@@ -39,7 +39,7 @@ void SCAN_HandUdevScsiHost(const char *path, udev_device * /*device*/)
     char buffer[kPathSize] = {};
     // A path that is too long leaves the buffer empty, and the number is missing.
     // It ends in the buffer's own zeros: NOLINTNEXTLINE(bugprone-not-null-terminated-result)
-    (void)memcpy_s(buffer, sizeof buffer - 1, path, std::strlen(path));
+    (void)memcpy_s(buffer, TEXT_Limit(buffer), path, std::strlen(path));
     char *cursor = buffer;
     const char *tail = buffer;
     while (cursor != nullptr) {
@@ -78,7 +78,7 @@ OwnedMemory<NvmeCtrl> SCAN_CreateNvmeCtrl(const char *name)
         SCAN_Record(LogLevel::Error, "%s.\n", "malloc nvme ctrl fail");
         return nullptr;
     }
-    if (strncpy_s(ctrl->ctrlName, sizeof ctrl->ctrlName - 1, name, std::strlen(name)) != 0) {
+    if (strncpy_s(ctrl->ctrlName, TEXT_Limit(ctrl->ctrlName), name, std::strlen(name)) != 0) {
         SCAN_Record(LogLevel::Error, "strncpy_s ctrl failed by{%s}.\n", name);
         return nullptr;
     }
@@ -94,7 +94,7 @@ void SCAN_HandUdevNvmeHost(const char *path, udev_device * /*device*/)
     char buffer[kPathSize] = {};
     // A path that is too long leaves the buffer empty, and the prefix is missing.
     // It ends in the buffer's own zeros: NOLINTNEXTLINE(bugprone-not-null-terminated-result)
-    (void)memcpy_s(buffer, sizeof buffer - 1, path, std::strlen(path));
+    (void)memcpy_s(buffer, TEXT_Limit(buffer), path, std::strlen(path));
     char *name = buffer;
     (void)INTF_UTIL_StrSep(&name, kFabricsPrefix);  // only what follows the prefix counts
     if (name == nullptr) {
@@ -131,7 +131,7 @@ void SCAN_ScanNvmeCtrl(const NvmeCtrl &ctrl)
 {
     char command[kShellCommandSize] = {};
     SCAN_Print(LogLevel::Info, "    scan %s ", ctrl.ctrlName);
-    if (sprintf_s(command, sizeof command - 1, "nvme ns-rescan /dev/%s > /dev/null 2>&1", ctrl.ctrlName) == -1) {
+    if (sprintf_s(command, TEXT_Limit(command), "nvme ns-rescan /dev/%s > /dev/null 2>&1", ctrl.ctrlName) == -1) {
         SCAN_Record(LogLevel::Error, "sprintf_s the nvme rescan commad failed.\n");
         SCAN_Print(LogLevel::Error, "fail.\n");
         return;

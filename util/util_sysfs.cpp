@@ -6,6 +6,7 @@
 
 #include "log_syslog.h"
 #include "mpi_owner.h"
+#include "mpi_usr_if.h"
 #include "safestr_format.h"
 
 std::int32_t INTF_UTIL_Read(const char *directory, const char *file, char *buffer, std::int32_t length)
@@ -14,7 +15,7 @@ std::int32_t INTF_UTIL_Read(const char *directory, const char *file, char *buffe
     if (length < 0) {
         return -1;
     }
-    if (sprintf_s(path, sizeof path - 1, "%s/%s", directory, file) == -1) {
+    if (sprintf_s(path, TEXT_Limit(path), "%s/%s", directory, file) == -1) {
         LOG_PrintUdev(LogLevel::Error, "structure full name fail with dir{%s} file{%s}.\n", directory, file);
         return -1;
     }
@@ -38,7 +39,7 @@ std::int32_t INTF_UTIL_Write(const char *directory, const char *file, const char
                              std::uint64_t inode)
 {
     char path[kPathSize] = {};
-    if (sprintf_s(path, sizeof path - 1, "%s/%s", directory, file) == -1) {
+    if (sprintf_s(path, TEXT_Limit(path), "%s/%s", directory, file) == -1) {
         LOG_PrintUdev(LogLevel::Error, "structure full name fail with path{%s} file{%s}.\n", directory, file);
         return -1;
     }

@@ -26,6 +26,13 @@ enum ResultCode : std::int32_t {
 // Lock file of the running copy, with its process id. It remains after the run.
 inline constexpr const char *kPidFile = "/run/vdRescan_plus.pid";
 
+// Bytes of a text field that an operation may fill: all but the last one, which stays NUL.
+template <std::size_t size>
+[[nodiscard]] constexpr std::size_t TEXT_Limit(const char (& /*field*/)[size])
+{
+    return size - 1;
+}
+
 // Link of an intrusive circular list. A record embeds it as its first member `link`, so the node's address is the
 // record's address. A list head is a bare node; both its pointers point to itself while the list is empty.
 struct ListNode {
