@@ -36,9 +36,15 @@ ResultCode SCAN_CheckOnlyOneRun()
     }
     // Ignore a failure: only the lock counts, not old content after the process id.
     [[maybe_unused]] const int truncated = ftruncate(g_pidFd, 0);
-    const int length = sprintf_s(text, sizeof text - 1, "%ld", static_cast<long>(getpid()));
+    const int length = sprintf_s(text, TEXT_Limit(text), "%ld", static_cast<long>(getpid()));
     if (write(g_pidFd, text, static_cast<std::size_t>(length) + 1) < 0) {
         SCAN_Record(LogLevel::Error, "write fail in file{%s} with err{%s}.\n", kPidFile, std::strerror(errno));
     }
     return RET_OK;
+}
+
+void SCAN_ReleaseLock()
+{
+    (void)close(g_pidFd);  // even a close that fails releases the lock
+    g_pidFd = -1;
 }

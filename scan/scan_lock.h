@@ -8,3 +8,6 @@
 // with no descriptor open. The process must not open the file again while it has the lock: closing any descriptor of
 // the file releases the lock (fcntl(2)).
 [[nodiscard]] ResultCode SCAN_CheckOnlyOneRun();
+
+// Closes the pid file, which releases the lock.
+void SCAN_ReleaseLock();

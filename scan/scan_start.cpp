@@ -64,9 +64,7 @@ ResultCode SCAN_Init()
         SCAN_Print(LogLevel::Warn, "WARN: there is one other vdRescan_plus running, please stop and try again!\n");
         return RET_FAIL;
     }
-    LIST_Init(g_scsiHostList);
-    LIST_Init(g_sessionList);
-    LIST_Init(g_nvmeCtrlList);
+    SCAN_InitLists();
     g_configLoaded = UDEV_InitConfig();
     if (g_configLoaded != 1) {
         SCAN_Record(LogLevel::Error, "init vd config fail!\n");
@@ -82,6 +80,5 @@ void SCAN_Uninit()
     if (g_configLoaded == 1) {
         UDEV_FreeProductList();
     }
-    (void)close(g_pidFd);  // even a close that fails releases the lock
-    g_pidFd = -1;
+    SCAN_ReleaseLock();
 }

@@ -8,5 +8,5 @@
 // load is no failure, but disables the stale-device check.
 [[nodiscard]] ResultCode SCAN_Init();
 
-// Frees the inventory and the supported-device list. Closes the pid file, which releases the lock.
+// Frees the inventory and the supported-device list, and releases the lock.
 void SCAN_Uninit();

@@ -13,3 +13,6 @@ extern int g_pidFd;                  // descriptor of the locked pid file; -1 wh
 extern ListNode g_scsiHostList;  // ScsiHost records
 extern ListNode g_sessionList;   // ScsiSession records, each with its ScsiDisk list
 extern ListNode g_nvmeCtrlList;  // NvmeCtrl records
+
+// Makes the three lists empty. Must come before any other use of them.
+void SCAN_InitLists();

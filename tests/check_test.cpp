@@ -8,6 +8,7 @@
 #include "scan_check.h"
 #include "scan_delete.h"
 #include "scan_disk.h"
+#include "scan_state.h"
 #include "udev_product.h"
 
 using namespace machine;
@@ -89,6 +90,7 @@ std::string DeletedDisks()
 TEST_F(MachineTest, ExactlyTheStaleDisksAreDeleted)
 {
     ASSERT_EQ(1, UDEV_InitConfig());
+    SCAN_InitLists();
     ASSERT_EQ(RET_OK, LOG_Init("/dev/null"));
     std::vector<DiskAnswers> disks;
     std::string expected;
@@ -117,6 +119,7 @@ TEST_F(MachineTest, ExactlyTheStaleDisksAreDeleted)
 TEST_F(MachineTest, AnotherDiskInThePlaceOfAStaleOneStays)
 {
     ASSERT_EQ(1, UDEV_InitConfig());
+    SCAN_InitLists();
     AddDisk({.hctl = Address(1), .isReported = false});
     SCAN_GetAllScsiDisk();
     std::filesystem::rename(DiskDir(Address(1)), "/sys/old");

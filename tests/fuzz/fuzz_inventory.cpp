@@ -7,6 +7,7 @@
 #include <string>
 
 #include "scan_disk.h"
+#include "scan_state.h"
 #include "scan_target.h"
 #include "target.h"
 #include "udev_product.h"
@@ -73,6 +74,7 @@ void Run(std::string_view input)
     g_wwid = input.substr(std::min(g_path.size() + 1, input.size()));
     char entry[] = "vendor_id=V,product_id=P";
     std::uint8_t vendorsUnit = 1;
+    SCAN_InitLists();
     UDEV_AnalyzeLine(entry, sizeof entry, &vendorsUnit);
     SCAN_GetAllScanTargets();
     SCAN_GetAllScsiDisk();
