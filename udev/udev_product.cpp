@@ -14,7 +14,7 @@
 
 namespace {
 
-ListNode g_productList = {&g_productList, &g_productList};
+ListNode g_productList = {&g_productList, &g_productList};  // empty before the load, too
 
 constexpr const char *kConfigPath = "/etc/vd_plus.conf";
 constexpr std::size_t kConfigLineSize = 512;
@@ -44,8 +44,7 @@ OwnedMemory<ProductNode> UDEV_AllocProductNode()
     return node;
 }
 
-}  // namespace
-
+// Overwrites the groups "\x20" (four characters each) at the end of the text `buffer` of `bufferLen` bytes with NUL.
 void UDEV_ClearTailSpace(char *buffer, std::int32_t bufferLen)
 {
     if (!LOG_ASSERT(buffer != LOG_NULL) || !LOG_ASSERT(bufferLen != 0)) {
@@ -59,6 +58,8 @@ void UDEV_ClearTailSpace(char *buffer, std::int32_t bufferLen)
     }
 }
 
+// Returns 1 if the entry has this `vendor` and `product`. `vendor` must not be null. A null `product` matches an entry
+// without a product. Groups "\x20" at the end of the product do not count.
 std::uint8_t UDEV_MatchProductStr(const char *vendor, const char *product, const ProductNode *productNode)
 {
     if (!LOG_ASSERT(productNode != 0)) {
@@ -77,33 +78,7 @@ std::uint8_t UDEV_MatchProductStr(const char *vendor, const char *product, const
     return matches ? 1 : 0;
 }
 
-std::uint8_t UDEV_DeviceIsSupport(const char *vendor, const char *product)
-{
-    if (!LOG_ASSERT(vendor != LOG_NULL)) {
-        return 0;
-    }
-    if (g_productList.next == &g_productList) {
-        LOG_PrintUdev(LogLevel::Error, "list is NULL.");
-        return 0;
-    }
-    for (const ProductNode &node : Products()) {
-        if (UDEV_MatchProductStr(vendor, product, &node) == 1) {
-            return 1;
-        }
-    }
-    return 0;
-}
-
-LIST_Range<const ProductNode> Products()
-{
-    return LIST_Range<const ProductNode>(g_productList);
-}
-
-void UDEV_FreeProductList()
-{
-    LIST_Free<ProductNode>(g_productList);
-}
-
+// Stores `keyValue` in the field named `keyName`. Ignores an unknown key. Returns 0 if the value does not fit.
 std::uint8_t UDEV_InitProductNode(const char *keyName, const char *keyValue, ProductNode *node)
 {
     if (!LOG_ASSERT(keyName != LOG_NULL) || !LOG_ASSERT(keyValue != LOG_NULL) || !LOG_ASSERT(node != LOG_NULL)) {
@@ -122,6 +97,8 @@ std::uint8_t UDEV_InitProductNode(const char *keyName, const char *keyValue, Pro
     return 1;
 }
 
+// Fills `node` from the product line `buffer` of `bufferLen` bytes and changes the buffer. Returns 0 if it rejects the
+// line.
 std::uint8_t UDEV_DivisionString(char *buffer, std::int32_t bufferLen, ProductNode *node)
 {
     if (!LOG_ASSERT(buffer != LOG_NULL) || !LOG_ASSERT(bufferLen != 0) || !LOG_ASSERT(node != LOG_NULL)) {
@@ -152,25 +129,8 @@ std::uint8_t UDEV_DivisionString(char *buffer, std::int32_t bufferLen, ProductNo
     return 1;
 }
 
-void UDEV_AnalyzeLine(char *buffer, std::int32_t bufferLen, std::uint8_t *vendorsUnit)
-{
-    if (!LOG_ASSERT(buffer != LOG_NULL) || !LOG_ASSERT(bufferLen != 0) || !LOG_ASSERT(vendorsUnit != LOG_NULL)) {
-        return;
-    }
-    if (std::strcmp(buffer, "[vendors]") == 0) {
-        *vendorsUnit = 1;
-        return;
-    }
-    if (*vendorsUnit == 0) {
-        return;
-    }
-    OwnedMemory<ProductNode> node = UDEV_AllocProductNode();
-    if (node == nullptr || UDEV_DivisionString(buffer, bufferLen, node.get()) == 0) {
-        return;
-    }
-    LIST_Append(node.release()->link, g_productList);
-}
-
+// Ends a physical line: `*bufferIndex` characters in the `bufferLen` bytes at `buffer`. If `*lineFlag` is 1, the next
+// physical line continues them; else cleans and analyses them.
 void UDEV_HandleSingleLine(char *buffer, std::int32_t bufferLen, std::int32_t *bufferIndex, std::uint8_t *lineFlag,
                            std::uint8_t *vendorsUnit)
 {
@@ -192,6 +152,54 @@ void UDEV_HandleSingleLine(char *buffer, std::int32_t bufferLen, std::int32_t *b
     }
     (void)memset_s(buffer, static_cast<std::size_t>(bufferLen), 0, static_cast<std::size_t>(bufferLen));  // equal sizes
     *bufferIndex = 0;
+}
+
+}  // namespace
+
+std::uint8_t UDEV_DeviceIsSupport(const char *vendor, const char *product)
+{
+    if (!LOG_ASSERT(vendor != LOG_NULL)) {
+        return 0;
+    }
+    if (g_productList.next == &g_productList) {
+        LOG_PrintUdev(LogLevel::Error, "list is NULL.");
+        return 0;
+    }
+    for (const ProductNode &node : Products()) {
+        if (UDEV_MatchProductStr(vendor, product, &node) == 1) {
+            return 1;
+        }
+    }
+    return 0;
+}
+
+LIST_Range<const ProductNode> Products()
+{
+    return LIST_Range<const ProductNode>(g_productList);
+}
+
+void UDEV_FreeProductList()
+{
+    LIST_Free<ProductNode>(g_productList);
+}
+
+void UDEV_AnalyzeLine(char *buffer, std::int32_t bufferLen, std::uint8_t *vendorsUnit)
+{
+    if (!LOG_ASSERT(buffer != LOG_NULL) || !LOG_ASSERT(bufferLen != 0) || !LOG_ASSERT(vendorsUnit != LOG_NULL)) {
+        return;
+    }
+    if (std::strcmp(buffer, "[vendors]") == 0) {
+        *vendorsUnit = 1;
+        return;
+    }
+    if (*vendorsUnit == 0) {
+        return;
+    }
+    OwnedMemory<ProductNode> node = UDEV_AllocProductNode();
+    if (node == nullptr || UDEV_DivisionString(buffer, bufferLen, node.get()) == 0) {
+        return;
+    }
+    LIST_Append(node.release()->link, g_productList);
 }
 
 std::uint8_t UDEV_InitConfig()

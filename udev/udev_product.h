@@ -35,28 +35,6 @@ struct ProductNode {
 // Frees every entry and leaves the list empty.
 void UDEV_FreeProductList();
 
-// The steps of a load.
-
-// Ends a physical line: `*bufferIndex` characters in the `bufferLen` bytes at `buffer`. If `*lineFlag` is 1, the next
-// physical line continues them; else cleans and analyses them.
-void UDEV_HandleSingleLine(char *buffer, std::int32_t bufferLen, std::int32_t *bufferIndex, std::uint8_t *lineFlag,
-                           std::uint8_t *vendorsUnit);
-
-// Analyses the cleaned line `buffer`. The section line sets `*vendorsUnit`. Inside the section, a valid product line
-// adds an entry.
+// A step of the load, which can also add an entry without a file: analyses the cleaned line `buffer`. The section line
+// sets `*vendorsUnit`. Inside the section, a valid product line adds an entry.
 void UDEV_AnalyzeLine(char *buffer, std::int32_t bufferLen, std::uint8_t *vendorsUnit);
-
-// Fills `node` from the product line `buffer` of `bufferLen` bytes and changes the buffer. Returns 0 if it rejects the
-// line.
-[[nodiscard]] std::uint8_t UDEV_DivisionString(char *buffer, std::int32_t bufferLen, ProductNode *node);
-
-// Stores `keyValue` in the field named `keyName`. Ignores an unknown key. Returns 0 if the value does not fit.
-[[nodiscard]] std::uint8_t UDEV_InitProductNode(const char *keyName, const char *keyValue, ProductNode *node);
-
-// Returns 1 if the entry has this `vendor` and `product`. `vendor` must not be null. A null `product` matches an entry
-// without a product. Groups "\x20" at the end of the product do not count.
-[[nodiscard]] std::uint8_t UDEV_MatchProductStr(const char *vendor, const char *product,
-                                                const ProductNode *productNode);
-
-// Overwrites the groups "\x20" (four characters each) at the end of the text `buffer` of `bufferLen` bytes with NUL.
-void UDEV_ClearTailSpace(char *buffer, std::int32_t bufferLen);
