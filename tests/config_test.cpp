@@ -96,6 +96,7 @@ std::string LoadSettings(const std::string &file)
 
 TEST_F(MachineTest, SettingsKeepToTheirRanges)
 {
+    EXPECT_EQ("5 4 5 30 ", LoadSettings(""));
     const std::string line510 = "dev_loss_tmo=7" + std::string(496, 'x');
     EXPECT_EQ("7 4 5 30 ", LoadSettings("\n ;\n" + line510 + "\n" + line510 + "yz\nscsi_timeout=7"));
     EXPECT_EQ("UDEV INTF_UTIL_ReadFileHandleByLine: line over max number{512} of char:" + line510 + "y\n",
