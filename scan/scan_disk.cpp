@@ -63,7 +63,7 @@ ResultCode SCAN_GetScsiDiskSgName(ScsiDisk &disk)
         return RET_FAIL;
     }
     // A link that fills the buffer may be truncated, and a truncated name may be another disk's.
-    const bool mayBeCut = linkLength == TEXT_Limit(link);
+    const bool mayBeCut = static_cast<std::size_t>(linkLength) == TEXT_Limit(link);
     char *name = link;
     (void)INTF_UTIL_StrSep(&name, "scsi_generic/");  // only what follows the separator counts
     if (name == nullptr || mayBeCut || std::strncmp(name, "sg", 2) != 0) {
