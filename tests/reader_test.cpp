@@ -96,7 +96,7 @@ class ListedLogTest : public MachineTest, public testing::WithParamInterface<Lis
 TEST_P(ListedLogTest, IsReadAsListed)
 {
     const std::string garbage = "[2][\xff" + std::string(3, '\0') + "][00005342";
-    Put(kLog, garbage + GetParam().records + "[4][2001-11-22 21:");
+    Put(kLog, garbage + GetParam().records + "[4][2001-11-22 21:32:21][0000534217000001][INF");
     for (const auto &command : GetParam().commands) {
         EXPECT_EQ(command.expected, Read(command.args))
             << "logs.txt:" << command.line << ": vdRescan_log" << command.args;
