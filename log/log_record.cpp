@@ -9,7 +9,7 @@ constexpr std::string_view kMark = "][00005342";  // follows the time in every h
 static_assert(kRecordMark == 0x5342);
 
 constexpr std::size_t kIdRest = 8;      // digits of the record id that follow the mark
-constexpr std::size_t kFrontSize = 64;  // bytes; more than precede the mark
+constexpr std::size_t kFrontSize = 64;  // bytes; more than a header has before the mark
 
 // Moves the text before the first `end` from `rest` to `taken` and drops `end`. Returns false if there is no `end`.
 bool TakeUpTo(char end, std::string_view &rest, std::string_view &taken)
@@ -23,7 +23,7 @@ bool TakeUpTo(char end, std::string_view &rest, std::string_view &taken)
     return true;
 }
 
-// Like TakeUpTo, with "][" as the end. No field contains a part of it.
+// Like TakeUpTo, with "][" as the end. No field contains a bracket.
 bool TakeField(std::string_view &rest, std::string_view &field)
 {
     const bool isTaken = TakeUpTo(']', rest, field) && rest.starts_with('[');
@@ -31,8 +31,8 @@ bool TakeField(std::string_view &rest, std::string_view &field)
     return isTaken;
 }
 
-// Reads the sequence number and the time at the end of `text`. Returns their size in bytes with brackets; 0 if it is no
-// header.
+// Reads the sequence number and the time at the end of `text`. Returns their size in bytes with brackets; 0 if the text
+// is not a header.
 std::size_t ReadFront(std::string_view text, LogRecord &record)
 {
     const std::size_t timeStart = text.rfind("][");
@@ -46,7 +46,7 @@ std::size_t ReadFront(std::string_view text, LogRecord &record)
     return error == std::errc() && end == numberEnd && record.sequence > 0 ? text.size() - start : 0;
 }
 
-// Reads the fields after the mark and leaves the message in `rest`. Returns false if it is no header.
+// Reads the fields after the mark and leaves the message in `rest`. Returns false if the text is not a header.
 bool ReadBack(std::string_view &rest, LogRecord &record)
 {
     std::string_view id;

@@ -46,7 +46,7 @@ enum class Event {
 
 struct EventRow {
     std::string_view function;   // function that writes the record
-    std::string_view beginning;  // of its message; empty for any other message of the function
+    std::string_view beginning;  // of the message; empty: any other message of the function
     Event event;
     bool isError = false;  // only records at the level ERROR
 };

@@ -50,7 +50,7 @@ void LeaveUnassigned(Run &run, const std::string &message, std::span<const std::
     run.unassigned.push_back({message, {disks.begin(), disks.end()}});
 }
 
-// The disks of a session to which an INQUIRY may have failed: it was sent, and no answer shows.
+// The disks of a session to which an INQUIRY may have failed: it was sent, and no record shows an answer.
 std::vector<std::size_t> SuspectsOf(const Run &run, const std::vector<std::size_t> &session)
 {
     std::vector<std::size_t> suspects;
@@ -61,7 +61,7 @@ std::vector<std::size_t> SuspectsOf(const Run &run, const std::vector<std::size_
 }
 
 // For each failure the last suspect that leaves enough suspects for the failures after it, as indices in `suspects`.
-// Nothing where there are more failures than suspects.
+// Returns nothing if there are more failures than suspects.
 std::optional<std::vector<std::size_t>> LatestOf(std::span<const FailedQuery> failed,
                                                  const std::vector<std::size_t> &suspects)
 {
@@ -95,7 +95,7 @@ std::vector<std::size_t> EarliestOf(std::span<const FailedQuery> failed, const s
 
 // Assigns the failed INQUIRYs of a session. Failures come in query order, at most one per disk, so each has an earliest
 // and a latest disk. For example, two INQUIRYs to the disks 1, 2 and 3 failed, and the second one names disk 3: the
-// first one failed on 1 or 2. If it is one of four disks that failed without a name, it can be any of the four.
+// first one failed on 1 or 2. If one INQUIRY to four disks failed without a name, any of the four may have failed.
 void AssignInquiries(Run &run, const std::vector<std::size_t> &session, std::span<const FailedQuery> failed)
 {
     const std::vector<std::size_t> suspects = SuspectsOf(run, session);

@@ -135,7 +135,7 @@ void NoteUnsupported(Reconstruction &partial, std::string_view message)
 {
     const std::string_view address = READER_Between(message, "scsi disk{", "}");
     if (!address.empty() && address == partial.withoutProduct) {
-        // With its product it may be supported.
+        // The unknown product may be in the list.
         LeaveOut(partial.run, address, "its product could not be read");
     } else {
         CountOther(partial, message);
@@ -267,7 +267,7 @@ std::string_view SessionOf(std::string_view address)
 
 void CountSessions(Run &run)
 {
-    std::unordered_map<std::string_view, std::size_t> disksLeft;  // of a session, those that are not removed
+    std::unordered_map<std::string_view, std::size_t> disksLeft;  // disks of a session that are not removed
     std::vector<std::string_view> sessions;
     for (const Disk &disk : run.disks) {
         const auto [found, isNew] = disksLeft.try_emplace(SessionOf(disk.address));
@@ -276,7 +276,7 @@ void CountSessions(Run &run)
         }
         found->second += disk.state == DiskCondition::Removed ? 0 : 1;
     }
-    // The records of their creation may be missing.
+    // Records of created sessions may be missing.
     run.sessions = std::max(run.sessions, sessions.size());
     std::copy_if(sessions.begin(), sessions.end(), std::back_inserter(run.sessionsRemoved),
                  [&disksLeft](std::string_view session) { return disksLeft[session] == 0; });

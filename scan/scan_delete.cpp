@@ -97,7 +97,7 @@ int SCAN_ReadUserYesOrNo()
     char buffer[kAnswerSize];
     for (;;) {
         const std::size_t count = ReadAnswer(buffer);
-        // A full buffer has no terminator, so the precision ends the text.
+        // A full buffer has no terminator, so the precision limits the text.
         SCAN_Record(LogLevel::Info, "input {%.*s}\n", static_cast<int>(count), buffer);
         if (count == 0) {
             return 0;  // end of input counts as no
@@ -105,7 +105,7 @@ int SCAN_ReadUserYesOrNo()
         const bool isWholeLine = buffer[count - 1] == '\n';
         if (count < sizeof buffer) {
             if (!isWholeLine && std::ferror(stdin) != 0) {
-                return 0;  // a read error cut the line: a "y" may begin any word
+                return 0;  // a read error cut the line: the text may be the beginning of another word
             }
             // A last line may end at the end of input instead of at a line feed.
             const std::string_view answer(buffer, isWholeLine ? count - 1 : count);
@@ -130,7 +130,7 @@ void SCAN_DeleteChangeDisk()
             if (!isStale) {
                 continue;
             }
-            // The inode number keeps a disk that replaced the queried one: it was never queried itself.
+            // The inode number protects a disk that replaced the queried one, because no query showed it to be stale.
             if (INTF_UTIL_Write(disk.devPath, "delete", "1", 1, disk.inode) >= 1) {
                 SCAN_Print(LogLevel::Info, "    delete %u:%u:%u:%u success.\n", disk.host, disk.channel, disk.target,
                            disk.lun);

@@ -6,8 +6,8 @@
 #include <optional>
 #include <span>
 
-// Result of a command's last attempt. An answer counts only if `ioctlResult` and all three status fields are 0: errors
-// of the transport count as much as errors of the device.
+// Result of a command's last attempt. An answer is good only if `ioctlResult` and all three status fields are 0: an
+// error of the transport makes it as unusable as an error of the device.
 struct SgResult {
     int ioctlResult;
     int status;        // SCSI status byte of the device
@@ -23,7 +23,7 @@ struct SgResult {
 // Content of the response buffer before an attempt.
 enum class Response {
     AsGiven,  // the bytes of the caller or of a failed attempt
-    Zeroed,   // zero bytes, so bytes of a failed attempt never count as sent
+    Zeroed,   // zero bytes, so that no byte of a failed attempt looks like an answer
 };
 
 // Sends the command block `command` through the open generic node `fd` and reads the answer into `buffer`. Makes up to
@@ -32,7 +32,7 @@ enum class Response {
 [[nodiscard]] SgResult SCAN_SendCommand(int fd, std::span<const std::uint8_t> command, std::span<std::uint8_t> buffer,
                                         Response before);
 
-// Required owner of a generic node: the disk h:c:t:l or, without a LUN, any disk of the session h:c:t.
+// The required owner of a generic node: the disk h:c:t:l or, without a LUN, any disk of the session h:c:t.
 struct NodeOwner {
     std::uint32_t host;
     std::uint32_t channel;
@@ -40,10 +40,9 @@ struct NodeOwner {
     std::optional<std::uint32_t> lun;
 };
 
-// Opens the generic node `path`, not null, for commands to `owner`. Returns -1 if the node cannot be opened, or if the
-// kernel describes it as another disk's: the link /sys/dev/char/MAJOR:MINOR/device ends in the h:c:t:l of its disk. A
-// name such as /dev/sg1 can pass to another disk while a run waits for a silent one. Accepts a node that the kernel
-// does not describe.
+// Opens the generic node `path`, not null, for commands to `owner`. Returns -1 if the node cannot be opened or belongs
+// to another disk: the link /sys/dev/char/MAJOR:MINOR/device ends in the h:c:t:l of the node's disk. While a run waits
+// for a silent disk, a name such as /dev/sg1 can pass to another disk. Accepts a node without such a link.
 [[nodiscard]] int SCAN_OpenNode(const char *path, const NodeOwner &owner);
 
 // Big-endian fields of SCSI command blocks and answers (command tables of SPC-5).

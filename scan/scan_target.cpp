@@ -37,8 +37,8 @@ void SCAN_HandUdevScsiHost(const char *path, udev_device * /*device*/)
         return;
     }
     char buffer[kPathSize] = {};
-    // A path that is too long leaves the buffer empty, and the number is missing.
-    // It ends in the buffer's own zeros: NOLINTNEXTLINE(bugprone-not-null-terminated-result)
+    // A path that is too long leaves the buffer empty, so it has no number.
+    // The zeros of the buffer terminate the path: NOLINTNEXTLINE(bugprone-not-null-terminated-result)
     (void)memcpy_s(buffer, TEXT_Limit(buffer), path, std::strlen(path));
     char *cursor = buffer;
     const char *tail = buffer;
@@ -92,11 +92,11 @@ void SCAN_HandUdevNvmeHost(const char *path, udev_device * /*device*/)
         return;
     }
     char buffer[kPathSize] = {};
-    // A path that is too long leaves the buffer empty, and the prefix is missing.
-    // It ends in the buffer's own zeros: NOLINTNEXTLINE(bugprone-not-null-terminated-result)
+    // A path that is too long leaves the buffer empty, so it has no prefix.
+    // The zeros of the buffer terminate the path: NOLINTNEXTLINE(bugprone-not-null-terminated-result)
     (void)memcpy_s(buffer, TEXT_Limit(buffer), path, std::strlen(path));
     char *name = buffer;
-    (void)INTF_UTIL_StrSep(&name, kFabricsPrefix);  // only what follows the prefix counts
+    (void)INTF_UTIL_StrSep(&name, kFabricsPrefix);  // ignore the text before the prefix
     if (name == nullptr) {
         SCAN_Record(LogLevel::Error, "nvme strtok ctrl by path{%s} fail.\n", path);
         return;

@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr std::int32_t kMaxLineLength = 510;               // most characters of a line for the handler
+constexpr std::int32_t kMaxLineLength = 510;               // maximum length of a line for the handler
 constexpr std::int32_t kLineTooLong = kMaxLineLength + 2;  // the number in the message
 constexpr std::size_t kLineSize = 513;
 
@@ -17,7 +17,7 @@ OwnedFile UDEV_OpenConfigFile(const char *path)
 {
     OwnedFile file(std::fopen(path, "rb+"));
     if (file != nullptr) {
-        (void)std::fseek(file.get(), 0, SEEK_SET);  // a file that cannot seek is read from its current offset
+        (void)std::fseek(file.get(), 0, SEEK_SET);  // if it fails, reading starts at the current offset
     }
     return file;
 }

@@ -14,8 +14,8 @@ inline constexpr std::size_t kPathSize = 256;  // bytes of every path field, the
 [[nodiscard]] std::int32_t INTF_UTIL_Read(const char *directory, const char *file, char *buffer, std::int32_t length);
 
 // Writes the `length` bytes at `data` once into the attribute `file` of the device directory `directory`. Never creates
-// the file. If `inode` is not 0, writes only if the directory has that inode number, so a device that replaced another
-// gets nothing.
+// the file. If `inode` is not 0, writes only if the directory has that inode number, and so never to a device that
+// replaced another.
 // Returns the number of bytes written; -1 if the path is longer than 254 characters, the file cannot be opened or
 // (without a record) the inode number differs; the negative result of write if writing fails.
 [[nodiscard]] std::int32_t INTF_UTIL_Write(const char *directory, const char *file, const char *data,
