@@ -1,5 +1,5 @@
-// Times the command against the baseline, in turn, on made-up hosts of several shapes, and prints a table. With a name
-// as argument, it plays only the shapes whose names begin with that.
+// Times the command against the baseline, in turn, on simulated hosts of several shapes, and prints a table. With a
+// name as argument, it plays only the shapes whose names begin with that.
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>

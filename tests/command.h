@@ -1,4 +1,4 @@
-// Runs the command on a made-up machine: a private mount namespace with the machine's /sys, /run, /opt, /dev and /etc.
+// Runs the command on a simulated machine: a mount namespace with the machine's /sys, /run, /opt, /dev and /etc.
 // The unmodified command runs there as a process, or a test calls its operations directly.
 #pragma once
 
@@ -34,7 +34,7 @@ std::string RecordsAt(const std::string &level, const std::string &trace = Conte
 
 }  // namespace machine
 
-// A test on an empty made-up machine, with the trace log set up in the test program too.
+// A test on an empty simulated machine, with the trace log set up in the test program too.
 class MachineTest : public testing::Test {
 protected:
     void SetUp() override;

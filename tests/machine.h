@@ -1,4 +1,4 @@
-// A made-up machine: files below its /sys, /dev, /etc, /run and /opt that represent SCSI hosts, disks and NVMe
+// A simulated machine: files below its /sys, /dev, /etc, /run and /opt that represent SCSI hosts, disks and NVMe
 // controllers.
 #pragma once
 

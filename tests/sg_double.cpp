@@ -1,11 +1,11 @@
 // Stand-in for the kernel, preloaded into the command or linked into the tests.
 //
-// `ioctl` answers the SG_IO commands of a made-up generic node, and appends each command to NODE.log with the size of
+// `ioctl` answers the SG_IO commands of a simulated generic node, and appends each command to NODE.log with the size of
 // its buffer. The answer is the file NODE.OPCODE.ATTEMPT, or else NODE.OPCODE. OPCODE has two hexadecimal digits,
 // ATTEMPT counts from 1. The file has one byte each for errno and the status of the device, the host and the driver,
 // then the data. Without such a file the command fails with EINVAL.
 //
-// `fstat` makes a made-up node, which has the sticky bit, a character device; its minor number is the size of the file.
+// `fstat` makes a simulated node (with the sticky bit) a character device; its minor number is the size of the file.
 //
 // `write` appends each write to an attribute to /run/writes: "2:0:0:3/delete 1".
 //

@@ -1,4 +1,4 @@
-// Reads descriptions of made-up machines and, in runs.txt, the expected result of a run there. The head of runs.txt
+// Reads descriptions of simulated machines and, in runs.txt, the expected result of a run there. The head of runs.txt
 // explains the words.
 #pragma once
 
