@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
@@ -12,6 +13,7 @@
 #include "reader_options.h"
 #include "reader_pick.h"
 #include "reader_reconstruct.h"
+#include "reader_users.h"
 #include "reader_view.h"
 
 namespace {
@@ -51,10 +53,20 @@ int RefuseWithoutRun(const Settings &settings)
     return Refuse(settings, settings.path + std::string(reason), kNoRun);
 }
 
+// Picks the runs of the log, and finds out who uses the stale disks of this host now. An older run may have known other
+// disks by the same addresses.
+void PickRuns(std::FILE *file, const Settings &settings, PickedRuns &picked)
+{
+    READER_PickRuns(file, settings, picked);
+    if (settings.isOwnLog && !settings.Has(kRun)) {
+        std::for_each(picked.runs.begin(), picked.runs.end(), READER_FindUsers);
+    }
+}
+
 int CheckFrom(std::FILE *file, const Settings &settings)
 {
     PickedRuns picked;
-    READER_PickRuns(file, settings, picked);
+    PickRuns(file, settings, picked);
     if (picked.error != 0) {
         return RefuseToRead(settings, picked.error);
     }
@@ -84,7 +96,7 @@ std::pair<std::size_t, int> WriteAll(std::FILE *file, const Settings &settings)
 std::pair<std::size_t, int> WritePicked(std::FILE *file, const Settings &settings)
 {
     PickedRuns picked;
-    READER_PickRuns(file, settings, picked);
+    PickRuns(file, settings, picked);
     for (const Run &run : picked.runs) {
         Write(settings, run, &run == &picked.runs.front());
     }

@@ -93,6 +93,20 @@ Excuses ExcusesIn(const Run &run, const Demands &demands)
     return excuses;
 }
 
+// The changed disks that are in use, each with what uses it: "3:0:0:1 (/srv/data)".
+std::vector<std::string> MisusedIn(const Run &run)
+{
+    std::vector<std::string> names;
+    for (const Disk &disk : run.disks) {
+        if (READER_IsMisused(disk)) {
+            const std::size_t more = disk.use->chains.size() - 1;
+            names.push_back(std::string(disk.address) + " (" + disk.use->chains.front().back() +
+                            (more == 0 ? "" : " and " + std::to_string(more) + " more") + ")");
+        }
+    }
+    return names;
+}
+
 void JudgeDisks(Verdict &verdict, const Run &run, const Demands &demands)
 {
     const auto failed = [](const Disk &disk) { return disk.action == DiskAction::Failed; };
@@ -103,6 +117,7 @@ void JudgeDisks(Verdict &verdict, const Run &run, const Demands &demands)
         return disk.state == DiskCondition::NotQuestioned && !IsIgnored(disk, demands);
     };
     const auto leftOut = [&demands](const Disk &disk) { return !IsIgnored(disk, demands); };
+    WorsenBy(verdict, kCheckCritical, "changed and in use:", MisusedIn(run));
     WorsenBy(verdict, kCheckCritical, "deletion failed:", NamesOf(run.disks, failed));
     WorsenBy(
         verdict, kCheckWarning,

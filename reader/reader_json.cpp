@@ -1,17 +1,10 @@
 #include "reader_json.h"
 
-#include <jansson.h>
-
 #include <cstdlib>
-#include <memory>
+
+#include "reader_owned_json.h"
 
 namespace {
-
-struct JsonReleaser {
-    void operator()(json_t *json) const { json_decref(json); }
-};
-
-using OwnedJson = std::unique_ptr<json_t, JsonReleaser>;
 
 constexpr int kFormatVersion = 1;
 
@@ -57,6 +50,11 @@ OwnedJson List(const std::vector<Item> &items, Make make)
     return list;
 }
 
+OwnedJson Chain(const std::vector<std::string> &chain)
+{
+    return List(chain, Text);
+}
+
 OwnedJson JsonOf(const Disk &disk)
 {
     OwnedJson json(json_object());
@@ -70,6 +68,9 @@ OwnedJson JsonOf(const Disk &disk)
     Set(json, "reason", Text(disk.reason));
     Set(json, "note", Text(READER_DoubtAbout(disk)));
     Set(json, "action", Text(kActionNames[static_cast<std::size_t>(disk.action)]));
+    Set(json, "block", Text(disk.use ? disk.use->block : ""));
+    Set(json, "used_by", disk.use ? List(disk.use->chains, Chain) : OwnedJson(json_null()));
+    Set(json, "in_use", Truth(disk.use ? std::optional(disk.use->NeedsDisk()) : std::nullopt));
     return json;
 }
 

@@ -27,6 +27,12 @@ std::string_view READER_DoubtAbout(const Disk &disk)
     return {};
 }
 
+bool READER_IsMisused(const Disk &disk)
+{
+    return disk.state == DiskCondition::Changed && disk.use && !disk.use->chains.empty() &&
+           READER_DoubtAbout(disk).empty();
+}
+
 std::vector<Disk> READER_Remarkable(const Run &run)
 {
     std::vector<Disk> disks;

@@ -19,6 +19,16 @@ inline constexpr std::array<const char *, 7> kStateNames = {"healthy", "removed"
 enum class DiskAction { None, Deleted, Failed, Kept };
 inline constexpr std::array<const char *, 4> kActionNames = {"none", "deleted", "failed", "kept"};
 
+// What sits on a disk of this host now.
+struct Use {
+    std::string block;                             // its block device, such as "sdg"
+    std::vector<std::vector<std::string>> chains;  // "mpatha, 1 of 2 paths", "vg0-data", "/srv/data"
+    std::size_t keepsPath = 0;                     // chains that begin with a map that another path keeps working
+
+    // Whether something stops working without the disk.
+    [[nodiscard]] bool NeedsDisk() const { return chains.size() > keepsPath; }
+};
+
 // A disk. Fields that the log does not hold are empty. The views are into the text of its run.
 struct Disk {
     std::string_view address;  // h:c:t:l
@@ -30,6 +40,7 @@ struct Disk {
     DiskCondition state = DiskCondition::Healthy;
     std::string reason;  // why it was left out, or its failed queries
     DiskAction action = DiskAction::None;
+    std::optional<Use> use;  // nothing if it was not looked for, or the kernel has no such disk
 
     [[nodiscard]] bool IsStale() const { return state >= DiskCondition::Removed && state <= DiskCondition::Unknown; }
 };
@@ -66,7 +77,8 @@ struct Run {
     std::vector<Disk> disks;                        // supported and filed, in this order
     std::vector<Disk> leftOut;                      // other disks that were supported, or may have been
     std::vector<Unassigned> unassigned;
-    std::size_t candidates = 0;  // disks in `unassigned`
+    std::size_t candidates = 0;    // disks in `unassigned`
+    bool areUsersUnknown = false;  // of stale disks
     std::vector<std::string> inventoryErrors;
     std::vector<std::string> hostsNotRescanned;
     std::vector<std::string> controllersNotRescanned;
@@ -79,6 +91,9 @@ struct Run {
 
 // The reason to doubt that a changed disk is another one, in words; empty if there is none.
 [[nodiscard]] std::string_view READER_DoubtAbout(const Disk &disk);
+
+// Returns whether the disk is changed and in use, so that its user reads and writes another volume.
+[[nodiscard]] bool READER_IsMisused(const Disk &disk);
 
 // The disks that are not healthy.
 [[nodiscard]] std::vector<Disk> READER_Remarkable(const Run &run);

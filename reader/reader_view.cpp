@@ -68,7 +68,34 @@ void WriteHeading(std::FILE *out, const Run &run)
     }
 }
 
-// Writes a row for every disk, with its reason below.
+void WriteLines(std::FILE *out, const char *title, const std::vector<std::string> &lines)
+{
+    for (const std::string &line : lines) {
+        (void)std::fprintf(out, "%s%s\n", title, line.c_str());
+    }
+}
+
+// The lines below the row of a disk: the reason, what to know before it is deleted, and who uses it.
+std::vector<std::string> LinesBelow(const Disk &disk)
+{
+    std::vector<std::string> lines = {
+        disk.reason, std::string(READER_DoubtAbout(disk)),
+        READER_IsMisused(disk) ? "What uses it reads and writes another volume now." : ""};
+    std::erase(lines, "");
+    if (disk.use && disk.use->chains.empty()) {
+        lines.push_back(disk.use->block + " > -");
+    } else if (disk.use) {
+        for (const std::vector<std::string> &chain : disk.use->chains) {
+            lines.push_back(disk.use->block);
+            for (const std::string &name : chain) {
+                lines.back() += " > " + name;
+            }
+        }
+    }
+    return lines;
+}
+
+// Writes a row for every disk, with its lines below.
 void WriteDisks(std::FILE *out, const std::vector<Disk> &disks)
 {
     std::vector<Row> rows = {{"ADDRESS", "NODE", "VENDOR", "PRODUCT", "STATE", "ACTION", "WWN"}};
@@ -91,11 +118,8 @@ void WriteDisks(std::FILE *out, const std::vector<Disk> &disks)
                                rows[i][column].c_str());
         }
         (void)std::fputs("\n", out);
-        if (i > 0 && !disks[i - 1].reason.empty()) {
-            (void)std::fprintf(out, "    %s\n", disks[i - 1].reason.c_str());
-        }
-        if (i > 0 && !READER_DoubtAbout(disks[i - 1]).empty()) {
-            (void)std::fprintf(out, "    %s\n", std::string(READER_DoubtAbout(disks[i - 1])).c_str());
+        if (i > 0) {
+            WriteLines(out, "    ", LinesBelow(disks[i - 1]));
         }
     }
 }
@@ -109,13 +133,6 @@ void WriteUnassigned(std::FILE *out, const Run &run)
         }
         const bool isCut = query.disks.size() > kMaxSuspects;
         (void)std::fprintf(out, "%s\n", query.disks.empty() ? " any" : isCut ? " ..." : "");
-    }
-}
-
-void WriteLines(std::FILE *out, const char *title, const std::vector<std::string> &lines)
-{
-    for (const std::string &line : lines) {
-        (void)std::fprintf(out, "%s%s\n", title, line.c_str());
     }
 }
 
@@ -158,7 +175,8 @@ std::string NotesOf(const Run &run)
 void READER_RunToView(std::FILE *out, const Run &run)
 {
     WriteHeading(out, run);
-    const std::vector<Disk> disks = READER_Remarkable(run);
+    std::vector<Disk> disks = READER_Remarkable(run);
+    std::stable_partition(disks.begin(), disks.end(), READER_IsMisused);
     if (!disks.empty()) {
         (void)std::fputs("\n", out);
         WriteDisks(out, disks);
@@ -174,6 +192,9 @@ void READER_RunToView(std::FILE *out, const Run &run)
     for (const std::string_view session : run.sessionsRemoved) {
         (void)std::fprintf(out, "Every %sdisk of session %s is removed; an array that is starting reports no LUN.\n",
                            run.isWhole ? "" : "recorded ", std::string(session).c_str());
+    }
+    if (run.areUsersUnknown) {
+        (void)std::fputs("Not known: who uses the stale disks; lsblk printed nothing that can be read.\n", out);
     }
     WriteUnassigned(out, run);
     WriteLines(out, "Not listed: ", run.inventoryErrors);

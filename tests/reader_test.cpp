@@ -142,6 +142,81 @@ status 0
         Read("--check"));
 }
 
+// A device as lsblk prints it.
+std::string Device(const std::string &name, const std::string &hctl, const std::string &type,
+                   const std::string &mounts = "null", const std::string &children = "")
+{
+    return R"({"name":")" + name + R"(","maj:min":"8:)" + std::to_string(name.back()) + R"(","hctl":")" + hctl +
+           R"(","type":")" + type + R"(","state":"running","mountpoints":[)" + mounts + R"(],"children":[)" + children +
+           "]}";
+}
+
+// The map mpathb has lost the path sdf, and sdg is left out: sde is its last path.
+TEST_F(MachineTest, ReaderShowsWhoUsesStaleDisks)
+{
+    AddScsiHost(2);
+    const std::string other(32, 'e');
+    AddDisk({.hctl = "2:0:0:1", .isReported = false});
+    AddDisk({.hctl = "2:0:0:2"});
+    AddDisk({.hctl = "2:0:0:3", .isReported = false});
+    AddDisk({.hctl = "2:0:0:4"});
+    AddDisk({.hctl = "2:0:0:5"});
+    Remove("/dev/sg4");
+    AddDisk({.hctl = "2:0:0:6", .now = other});
+    AddDisk({.hctl = "2:0:0:7", .isReported = false});
+    AddDisk({.hctl = "2:0:0:8", .isReported = false});
+    const std::string mapA = Device("mpatha", "", "mpath", R"("/srv/a")");
+    const std::string swap = Device("vg0-swap", "", "lvm", R"("[SWAP]")");
+    const std::string mapB = Device("mpathb", "", "mpath", "null", swap + "," + Device("vg0-free", "", "lvm"));
+    const std::string part = Device("sdh1", "", "part", R"("/srv/data","/srv/copy")");
+    Put("/run/lsblk",
+        R"({"blockdevices":[)" + Device("sdb", "2:0:0:1", "disk", "null", mapA) + "," +
+            Device("sdc", "2:0:0:2", "disk", "null", mapA) + "," + Device("sde", "2:0:0:3", "disk", "null", mapB) +
+            "," + Device("sdf", "2:0:0:4", "disk", "null", mapB) + "," +
+            Device("sdg", "2:0:0:5", "disk", "null", mapB) + "," + Device("sdh", "2:0:0:6", "disk", "null", part) +
+            "," + Device("sdi", "2:0:0:7", "disk") + "]}");
+    Put("/run/dmsetup",
+        "mpatha: 0 8 multipath 2 0 0 0 1 1 A 0 2 0 8:98 A 0 8:99 A 0\n"
+        "mpathb: 0 8 multipath 2 0 0 0 1 1 A 0 3 0 8:101 A 0 8:102 F 1 8:103 A 0\n");
+    RunCommand("--mutual");
+    EXPECT_EQ(R"(Run 1 of T, N seconds: complete.
+The supported-device list was loaded. 7 supported disks found in 1 session, 1 left out, 0 others not in the list.
+The operator was asked and said no.
+
+ADDRESS  NODE      VENDOR  PRODUCT    STATE     ACTION  WWN
+2:0:0:6  /dev/sg5  ZENTRA  ARRAY9000  changed   kept    6a1b2c3d4e5f00020000000000000006 -> eeeeeeeeeeeeeeeeeeeeeeeeeeeeeeee
+    What uses it reads and writes another volume now.
+    sdh > sdh1 > /srv/data
+    sdh > sdh1 > /srv/copy
+2:0:0:1  /dev/sg0  ZENTRA  ARRAY9000  removed   kept    6a1b2c3d4e5f00020000000000000001
+    sdb > mpatha, 1 of 2 paths > /srv/a
+2:0:0:3  /dev/sg2  ZENTRA  ARRAY9000  removed   kept    6a1b2c3d4e5f00020000000000000003
+    sde > mpathb, its last path > vg0-swap > [SWAP]
+    sde > mpathb, its last path > vg0-free
+2:0:0:7  /dev/sg6  ZENTRA  ARRAY9000  removed   kept    6a1b2c3d4e5f00020000000000000007
+    sdi > -
+2:0:0:8  /dev/sg7  ZENTRA  ARRAY9000  removed   kept    6a1b2c3d4e5f00020000000000000008
+?        /dev/sg4  ?       ?          left out  none    ?
+    sg{/dev/sg4} check read authority fail.
+
+Rescanned: 1 host, 0 controllers.
+status 0
+)",
+              Read(""));
+    EXPECT_EQ(0U, Read("--check").find(
+                      "VDRESCAN CRITICAL - run 1 of T: changed and in use: 2:0:0:6 (/srv/data and 1 more); "));
+    EXPECT_NE(std::string::npos,
+              Read("--json").find(R"("block":"sdb","used_by":[["mpatha, 1 of 2 paths","/srv/a"]],"in_use":false)"));
+    Remove("/run/dmsetup");
+    EXPECT_NE(std::string::npos, Read("").find("sdb > mpatha, paths unknown > /srv/a\n"));
+    EXPECT_NE(std::string::npos,
+              Read("--json").find(R"("used_by":[["mpatha, paths unknown","/srv/a"]],"in_use":true)"));
+    EXPECT_NE(std::string::npos,
+              Read("--json " + std::string(kLog)).find(R"("block":null,"used_by":null,"in_use":null)"));
+    Put("/run/lsblk", "no data");
+    EXPECT_NE(std::string::npos, Read("").find("\nNot known: who uses the stale disks"));
+}
+
 TEST_F(MachineTest, ReaderCountsHours)
 {
     for (const int minutes : {30, 90}) {
