@@ -25,7 +25,8 @@ there are many scsi disk changed, include below 1 scsi disk:
 
 
 def disk(address, state, wwn="6a1b", wwn_now=None):
-    return {"address": address, "node": "/dev/sg1", "state": state, "wwn": wwn, "wwn_now": wwn_now, "action": "none"}
+    return {"address": address, "node": "/dev/sg1", "state": state, "wwn": wwn, "wwn_now": wwn_now, "action": "none",
+            "block": "sdg", "used_by": [["sdg1", "/srv"]], "in_use": True}
 
 
 RUN = {
@@ -35,15 +36,18 @@ RUN = {
     "disks": [disk("2:0:0:2", "changed", wwn_now="f0e1"), disk("2:0:0:3", "removed"), disk("2:0:1:1", "not connected"),
               disk("2:0:1:2", "not connected"), disk("3:0:0:2", "removed"), disk("3:0:0:9", "not questioned")],
 }
-OPTIONS = {"reviewed": vdrescan.findings(RUN)["stale"], "max_disks": 5, "not_connected": True, "whole_sessions": True}
+OPTIONS = {"reviewed": vdrescan.findings(RUN)["stale"], "max_disks": 5, "not_connected": True, "whole_sessions": True,
+           "in_use": True}
 RUN_FAULTS = {
     "whole": [False], "asked": [False], "answer": ["yes", "no"], "outcome": ["complete", "refused"],
     "start": ["2036-01-01 00:00:00", "2001-01-01 00:00:00"], "disks": [[]], "sessions_removed": [None],
 }
-OPTION_FAULTS = {"reviewed": [[], None], "max_disks": [4], "not_connected": [False], "whole_sessions": [False]}
+OPTION_FAULTS = {"reviewed": [[], None], "max_disks": [4], "not_connected": [False], "whole_sessions": [False],
+                 "in_use": [False]}
 DISK_FAULTS = {
     "address": ["2:0:0:33", None], "state": ["removed", "changed", "not connected", "unknown"],
     "wwn": ["F0E1", "6a1c"], "wwn_now": ["6A1B", "6a1c", "0000"], "action": ["deleted", "failed"],
+    "used_by": [[], [["sdg1", "/srv"], ["sdg2"]], None], "in_use": [False, None],
 }
 bad = []
 

@@ -121,7 +121,7 @@ class ActionModule(ActionBase):
             return None, "no review: this cannot be understood: %s" % self._path
 
     def _limits(self):
-        limits = {name: boolean(self._args[name]) for name in ("not_connected", "whole_sessions")}
+        limits = {name: boolean(self._args[name]) for name in ("not_connected", "whole_sessions", "in_use")}
         return dict(limits, max_disks=int(self._args["max_disks"]), seconds=int(self._args["seconds"]))
 
     def _do_withdraw(self, is_check):

@@ -10,6 +10,7 @@ Arguments:
     max_disks       the largest number of disks that may be deleted
     not_connected   whether disks of sessions that are not connected may be deleted
     whole_sessions  whether all disks of a session may be deleted because the session reports none of them
+    in_use          whether disks may be deleted on which more sits than maps that keep another path
     allow_no_disks  whether a host may be without a supported disk
     seconds         time limit for the whole run
 
@@ -30,6 +31,7 @@ from ansible.module_utils.basic import AnsibleModule
 
 LOG = "/opt/Veridane_NVMe/log/vd_rescan_log.txt"
 QUESTION = "If you want delete all map view changed scsi disk, please input [yes], or input [no]:"
+USE = ("block", "used_by", "in_use")
 STALE = ("not connected", "removed", "changed")
 QUESTION_SECONDS = 10  # time for the tool to record the question that it printed
 
@@ -97,13 +99,31 @@ def run_since(size, reader):
     return runs[0] if len(runs) == 1 else None
 
 
+def disks_now(run, reader):
+    """The disks of this run with those who use them now. Empty if that is not known."""
+    try:
+        output = subprocess.run([reader, "--json"], stdout=subprocess.PIPE, check=False)
+        return [disk for known in json.loads(output.stdout)["runs"] if known["start"] == run["start"]
+                for disk in known["disks"]]
+    except (OSError, ValueError, KeyError):
+        return []
+
+
+def add_users(run, disks):
+    """Adds to the disks of the run who uses them, according to `disks`: None for what these do not say."""
+    users = {disk["address"]: disk for disk in disks}
+    for disk in run["disks"]:
+        disk.update({name: users.get(disk["address"], {}).get(name) for name in USE})
+    return run
+
+
 def run_at_question(size, reader):
     """The same run after the tool has printed its question. The tool records the question after printing it."""
     deadline = time.monotonic() + QUESTION_SECONDS
     while True:
         run = run_since(size, reader)
         if (run and run["asked"]) or time.monotonic() > deadline:
-            return run
+            return add_users(run, disks_now(run, reader)) if run else None
         time.sleep(0.1)
 
 
@@ -115,7 +135,7 @@ def is_started_since(run, started):
 
 def findings(run):
     """The findings that a person reviews."""
-    names = ("address", "state", "wwn", "wwn_now")
+    names = ("address", "state", "wwn", "wwn_now") + USE
     unknown = [disk for disk in run["disks"] if disk["state"] in ("not questioned", "left out")]
     not_checked = {disk["address"] or disk["node"] or "any disk" for disk in unknown}
     for query in run["unassigned"]:
@@ -138,6 +158,10 @@ def objections(found):
                 yield disk["address"] + ": the names differ only in case: the disk is the same", None
             if not new.strip("0"):
                 yield disk["address"] + ": the new name is all zeros", None
+        if disk["in_use"]:
+            yield disk["address"] + ": it is in use", "in_use"
+        if disk["in_use"] is None:
+            yield disk["address"] + ": it is not known who uses it", "in_use"
     for session in found["sessions_removed"]:
         yield session + ": every disk of the session is removed", "whole_sessions"
     silent = {disk["address"].rpartition(":")[0] for disk in found["stale"] if disk["state"] == "not connected"}
@@ -262,6 +286,8 @@ def lines_of_findings(found):
         names = " [%s -> %s]" % (disk["wwn"], disk["wwn_now"]) if disk["state"] == "changed" else ""
         kinds.setdefault(disk["state"], []).append(disk["address"] + names)
     lines = ["%s: %s" % (state, ", ".join(kinds[state])) for state in STALE if state in kinds]
+    for disk in found["stale"]:
+        lines += ["%s: %s" % (disk["address"], " > ".join([disk["block"]] + chain)) for chain in disk["used_by"] or []]
     lines += ["warning: " + text for text, _ in objections(found)]
     if found["others"]:
         lines.append("not in the list: " + ", ".join(found["others"]))
@@ -292,6 +318,7 @@ def main():
         "max_disks": {"type": "int", "default": 0},
         "not_connected": {"type": "bool", "default": False},
         "whole_sessions": {"type": "bool", "default": False},
+        "in_use": {"type": "bool", "default": False},
         "allow_no_disks": {"type": "bool", "default": False},
         "seconds": {"type": "int", "required": True},
     })
@@ -312,9 +339,12 @@ def main():
     ended, said = play(tool, options["seconds"], decide)
     run = run_since(size, reader)
     deleted, failed = (deletions(said, run, result) for result in (True, False))
-    if run and "sessions_removed" not in run:
+    if run and ("sessions_removed" not in run or any("in_use" not in disk for disk in run["disks"])):
         module.fail_json(msg="this host's vdRescan_log is too old; deleted: %s" % (", ".join(deleted) or "nothing"))
-    found = findings(run) if run else {"stale": [], "sessions_removed": [], "not_checked": ["any disk"], "others": []}
+    found = {"stale": [], "sessions_removed": [], "not_checked": ["any disk"], "others": []}
+    if run:
+        # A deleted disk has no users any more: those that were reviewed count.
+        found = findings(add_users(run, options["reviewed"] or disks_now(run, reader)))
     lines = report(run, found, said, deleted, failed)
     faults = [fault_of_deletion(deleted, failed, answer, options),
               fault_of_run(ended, said, run, reader, started, options)]
