@@ -1,3 +1,5 @@
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -9,6 +11,7 @@
 
 #include "mpi_owner.h"
 #include "reader_check.h"
+#include "reader_follow.h"
 #include "reader_json.h"
 #include "reader_options.h"
 #include "reader_pick.h"
@@ -133,6 +136,33 @@ int ReportFromPath(const Settings &settings)
     return ReportFrom(file.get(), settings);
 }
 
+// Follows the run at work to its end, then prints the last run.
+int Follow(const Settings &settings)
+{
+    Progress progress;
+    long followed = 0;
+    for (;;) {
+        const OwnedFile file(std::fopen(settings.path, "rb"));
+        PickedRuns picked;
+        if (file != nullptr) {
+            READER_PickRuns(file.get(), settings, picked);
+        }
+        if (!picked.lock || !picked.lock->isHeld || (followed != 0 && followed != picked.lock->process)) {
+            break;
+        }
+        followed = picked.lock->process;
+        Run run;  // if the log has no record of it
+        run.start = picked.lock->since;
+        for (const Run &known : picked.runs) {
+            run = known.isAtWork == true ? known : run;
+        }
+        READER_ShowProgress(stdout, run, *picked.lock, progress);
+        (void)sleep(1);  // a signal only shortens it
+    }
+    READER_EndProgress(stdout, progress);
+    return ReportFromPath(settings);
+}
+
 }  // namespace
 
 int main(int argc, char *argv[])
@@ -146,7 +176,7 @@ int main(int argc, char *argv[])
     if (settings.Has(kHelp) || settings.Has(kVersion)) {
         (void)std::printf("%s", settings.Has(kHelp) ? kReaderUsage : "vdRescan_log " VD_VERSION "\n");
     } else {
-        status = ReportFromPath(settings);
+        status = settings.Has(kFollow) ? Follow(settings) : ReportFromPath(settings);
     }
     const bool isWritten = std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
     return isWritten ? status : Refuse(settings, "the output cannot be written", kNoRun);

@@ -24,7 +24,7 @@ std::optional<RunLock> READER_AskLock()
         return RunLock();
     }
     // The holder wrote its process ID right after it took the lock.
-    return RunLock{true, READER_LocalTime(file.st_mtime)};
+    return RunLock{true, READER_LocalTime(file.st_mtime), lock.l_pid};
 }
 
 void READER_MarkAtWork(Run &run, const RunLock &lock)

@@ -10,6 +10,7 @@
 struct RunLock {
     bool isHeld = false;
     std::string since;  // local time as in records; empty if nobody holds it
+    long process = 0;   // ID of the holder
 };
 
 // Asks the kernel who holds the lock of this host, which requires read access to root's pid file. Returns nothing if it

@@ -77,8 +77,11 @@ struct Run {
     std::vector<Disk> disks;                        // supported and filed, in this order
     std::vector<Disk> leftOut;                      // other disks that were supported, or may have been
     std::vector<Unassigned> unassigned;
-    std::size_t candidates = 0;    // disks in `unassigned`
-    bool areUsersUnknown = false;  // of stale disks
+    std::vector<std::vector<std::size_t>> sessionDisks;  // indices in `disks`, by session, in query order
+    std::size_t sessionQueried = 0;                      // index of the session of the last recorded query
+    bool areLunsOver = false;                            // its REPORT LUNS; INQUIRYs follow
+    std::size_t candidates = 0;                          // disks in `unassigned`
+    bool areUsersUnknown = false;                        // of stale disks
     std::vector<std::string> inventoryErrors;
     std::vector<std::string> hostsNotRescanned;
     std::vector<std::string> controllersNotRescanned;

@@ -16,7 +16,7 @@ namespace {
 constexpr long long kMaxNumber = 1000000000000;  // of any numeric argument
 constexpr long long kSecondsPerHour = 3600;
 
-constexpr std::array<option, 11> kOptions = {{
+constexpr std::array<option, 12> kOptions = {{
     {"all", no_argument, nullptr, kAll},
     {"run", required_argument, nullptr, kRun},
     {"json", no_argument, nullptr, kJson},
@@ -25,12 +25,21 @@ constexpr std::array<option, 11> kOptions = {{
     {"max-age", required_argument, nullptr, kMaxAge},
     {"must-look", no_argument, nullptr, kMustLook},
     {"ignore", required_argument, nullptr, kIgnore},
+    {"follow", no_argument, nullptr, kFollow},
     {"help", no_argument, nullptr, kHelp},
     {"version", no_argument, nullptr, kVersion},
     {},
 }};
 
-constexpr std::array<std::pair<Option, Option>, 3> kExclusions = {{{kAll, kRun}, {kCheck, kAll}, {kCheck, kJson}}};
+constexpr auto kExclusions = std::to_array<std::pair<Option, Option>>({
+    {kAll, kRun},
+    {kCheck, kAll},
+    {kCheck, kJson},
+    {kFollow, kAll},
+    {kFollow, kRun},
+    {kFollow, kJson},
+    {kFollow, kCheck},
+});
 constexpr std::array<Option, 4> kOnlyWithCheck = {kSince, kMaxAge, kMustLook, kIgnore};
 
 std::string NameOf(Option wanted)
@@ -110,6 +119,9 @@ std::string READER_ReadArguments(int argc, char *argv[], Settings &settings)
     }
     if (argc - optind > 1) {
         add(std::string("more than one file: ") + argv[optind + 1]);
+    }
+    if (settings.Has(kFollow) && optind < argc) {
+        add(std::string("--follow reads only the log of this host: ") + argv[optind]);
     }
     add(ConflictIn(settings));
     settings.demands.mustLook = settings.Has(kMustLook);

@@ -171,6 +171,9 @@ void READER_InquiryFailed(Queries &queries, std::string_view message)
 
 void READER_AssignQueries(const Queries &queries, Run &run)
 {
+    run.sessionDisks = queries.sessions;
+    run.sessionQueried = queries.session;
+    run.areLunsOver = AreLunsOver(queries);
     if (!queries.isOrdered || !run.isWhole) {
         AssignWithoutOrder(queries, run);
         return;

@@ -39,5 +39,5 @@ void READER_LunsFailed(Queries &queries, std::string_view message);
 void READER_InquiryFailed(Queries &queries, std::string_view message);
 
 // After the last record: adds each failed query to the reason of its disk, or to Run::unassigned if there are several
-// candidates.
+// candidates. Stores how far the queries are, too.
 void READER_AssignQueries(const Queries &queries, Run &run);

@@ -2,11 +2,9 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <cstdio>
 #include <map>
 #include <set>
-#include <sstream>
 
 #include "reader_owned_json.h"
 #include "reader_text.h"
@@ -46,12 +44,25 @@ std::string_view Field(const json_t *device, const char *name)
     return text == nullptr ? std::string_view() : text;
 }
 
+std::vector<const json_t *> List(const json_t *device, const char *name)
+{
+    std::vector<const json_t *> items;
+    std::size_t i = 0;
+    const json_t *item = nullptr;
+    json_array_foreach(json_object_get(device, name), i, item)
+    {
+        items.push_back(item);
+    }
+    return items;
+}
+
 bool IsMap(const json_t *device)
 {
     return Field(device, "type") == "mpath";
 }
 
-// The paths in the table status of the kernel's multipath targets: each MAJ:MIN is followed by A, or by F if it failed.
+// The paths that the table status of the kernel's multipath targets shows as "MAJ:MIN A"; an F marks a failed path. The
+// groups of a map have an A, too, after their number.
 std::optional<std::set<std::string>> WorkingPaths()
 {
     const std::optional<std::string> status = OutputOf(kListPaths);
@@ -59,12 +70,9 @@ std::optional<std::set<std::string>> WorkingPaths()
         return std::nullopt;
     }
     std::set<std::string> working;
-    std::istringstream words(*status);
-    std::string before;
-    for (std::string word; words >> word; before = word) {
-        if (word == "A" && before.find(':') != std::string::npos) {
-            working.insert(before);
-        }
+    constexpr std::string_view kWorks = " A ";
+    for (std::size_t end = status->find(kWorks); end != std::string::npos; end = status->find(kWorks, end + 1)) {
+        working.insert(status->substr(0, end).substr(status->rfind(' ', end - 1) + 1));
     }
     return working;
 }
@@ -73,18 +81,11 @@ bool ReadDevices(Devices &devices)
 {
     const std::optional<std::string> text = OutputOf(kListDevices);
     devices.list.reset(text ? json_loads(text->c_str(), 0, nullptr) : nullptr);
-    const json_t *disks = json_object_get(devices.list.get(), "blockdevices");
-    if (!json_is_array(disks)) {
+    if (!json_is_array(json_object_get(devices.list.get(), "blockdevices"))) {
         return false;
     }
-    std::size_t i = 0;
-    const json_t *disk = nullptr;
-    json_array_foreach(disks, i, disk)
-    {
-        std::size_t k = 0;
-        const json_t *child = nullptr;
-        json_array_foreach(json_object_get(disk, "children"), k, child)
-        {
+    for (const json_t *disk : List(devices.list.get(), "blockdevices")) {
+        for (const json_t *child : List(disk, "children")) {
             if (IsMap(child)) {
                 devices.pathsOf[Field(child, "name")].push_back(disk);
             }
@@ -142,17 +143,13 @@ void AddChains(const json_t *device, const std::vector<std::string> &below, Use 
         chain.push_back(READER_Shown(name));
         return chain;
     };
-    std::size_t i = 0;
-    const json_t *item = nullptr;
-    json_array_foreach(json_object_get(device, "mountpoints"), i, item)
-    {
-        if (json_is_string(item)) {
-            use.chains.push_back(above(json_string_value(item)));
+    for (const json_t *mount : List(device, "mountpoints")) {
+        if (json_is_string(mount)) {  // null without a mount
+            use.chains.push_back(above(json_string_value(mount)));
         }
     }
-    json_array_foreach(json_object_get(device, "children"), i, item)
-    {
-        AddChains(item, above(Field(item, "name")), use);
+    for (const json_t *child : List(device, "children")) {
+        AddChains(child, above(Field(child, "name")), use);
     }
     if (isTop && !below.empty()) {
         use.chains.push_back(below);
@@ -162,10 +159,7 @@ void AddChains(const json_t *device, const std::vector<std::string> &below, Use 
 // Adds to the name of each map in the chains what the disk is to it.
 void MarkMaps(const Host &host, const json_t *disk, Use &use)
 {
-    std::size_t i = 0;
-    const json_t *child = nullptr;
-    json_array_foreach(json_object_get(disk, "children"), i, child)
-    {
+    for (const json_t *child : List(disk, "children")) {
         if (!IsMap(child)) {
             continue;
         }
@@ -210,10 +204,7 @@ void READER_FindUsers(Run &run)
     Host host = {{}, HealthyIn(run)};
     run.areUsersUnknown = !ReadDevices(host.devices);
     std::map<std::string_view, const json_t *> deviceOf;  // by address
-    std::size_t i = 0;
-    const json_t *device = nullptr;
-    json_array_foreach(json_object_get(host.devices.list.get(), "blockdevices"), i, device)
-    {
+    for (const json_t *device : List(host.devices.list.get(), "blockdevices")) {
         deviceOf.emplace(Field(device, "hctl"), device);
     }
     for (Disk &disk : run.disks) {

@@ -260,6 +260,17 @@ TEST_F(MachineTest, ReaderKeepsRunsWholeInLongLogs)
     EXPECT_EQ(std::string::npos, all.find("missing"));
 }
 
+// Takes the lock of a run. Closing the descriptor releases it.
+int TakeLock()
+{
+    Put("/run/vdRescan_plus.pid", "1");
+    const int fd = open("/run/vdRescan_plus.pid", O_RDWR | O_CLOEXEC);
+    struct flock lock = {};
+    lock.l_type = F_WRLCK;
+    EXPECT_EQ(0, fcntl(fd, F_SETLK, &lock));
+    return fd;
+}
+
 // The run that holds the lock is at work, so it is not judged yet. A second copy, which is refused, does not hide it.
 TEST_F(MachineTest, ReaderKnowsTheRunAtWork)
 {
@@ -270,11 +281,7 @@ TEST_F(MachineTest, ReaderKnowsTheRunAtWork)
         start + RecordOf("2 WARN SCAN_Init WARN: there is one other vdRescan_plus running", kUsualTime);
     const std::string numbers = " | disks=0 stale=0 deleted=0 failed=0 not_questioned=0 failed_queries=0\n";
 
-    Put("/run/vdRescan_plus.pid", "1");
-    const int fd = open("/run/vdRescan_plus.pid", O_RDWR | O_CLOEXEC);
-    struct flock lock = {};
-    lock.l_type = F_WRLCK;
-    ASSERT_EQ(0, fcntl(fd, F_SETLK, &lock));
+    const int fd = TakeLock();
     const auto lockAt = [fd](std::time_t second) {
         const timespec times[] = {{second, 0}, {second, 0}};
         EXPECT_EQ(0, futimens(fd, times));
@@ -296,6 +303,65 @@ TEST_F(MachineTest, ReaderKnowsTheRunAtWork)
               Read("--check"));
     (void)close(fd);  // releases the lock
     EXPECT_NE(std::string::npos, Read("").find("not ended.\nIt was stopped, or the log"));
+}
+
+// Waits until the follower has printed so many lines.
+void WaitForLines(long count)
+{
+    for (std::string out; std::count(out.begin(), out.end(), '\n') < count; out = Content("/run/followed")) {
+        usleep(20000);
+    }
+}
+
+// It waits for the INQUIRY of 3:0:0:2, then for the REPORT LUNS of the last session. Then it deletes a disk.
+TEST_F(MachineTest, ReaderFollowsTheRunAtWork)
+{
+    const int lock = TakeLock();
+    const std::string time = READER_LocalTime(std::time(nullptr));
+    int number = 0;
+    const auto record = [&](const std::string &text) { return RecordOf(std::to_string(++number) + " " + text, time); };
+    std::string log = record("INFO SCAN_Init vdRescan_plus start...");
+    for (const std::string disk : {"2:0:0:1", "2:0:0:2", "3:0:0:1", "3:0:0:2", "4:0:0:1"}) {
+        const std::string node = "/dev/sg" + std::to_string(number);
+        Put(node, "");
+        log += record("INFO SCAN_CreateScsiDisk create scsi disk{" + disk + ", ZENTRA, ARRAY9000, a1, " + node +
+                      "} finish.");
+    }
+    log += record("INFO SCAN_PrintLunIds session{2:0:0} has luns:");
+    log += record("ERROR SCAN_IssueReportLun iusse report lun ioctl fail{-1}!");
+    log += record("ERROR SCAN_IssueReportLun iusse report lun ioctl fail{-1}!");
+    Put(kLog, log);
+    Put("/sys/class/scsi_generic/sg4/device/state", "running\n");
+    const int node = open("/dev/sg4", O_RDONLY | O_CLOEXEC);
+    (void)std::system("rm -f /run/followed; (" VD_READER " --follow > /run/followed; echo $? > /run/status) &");
+    WaitForLines(1);
+    const int next = open("/dev/sg5", O_RDONLY | O_CLOEXEC);
+    (void)dup2(next, node);
+    (void)close(next);
+    WaitForLines(2);
+    log = record("WARN SCAN_PrintRemoved     2:0:0:2");
+    log += record("INFO SCAN_DeleteChangeDisk     delete 2:0:0:2 success.");
+    std::ofstream(kLog, std::ios::app) << log;
+    WaitForLines(3);
+    (void)close(node);
+    WaitForLines(4);
+    std::ofstream(kLog, std::ios::app) << record("INFO main vdRescan_plus end.");
+    (void)close(lock);
+    while (Content("/run/status").empty()) {
+        usleep(20000);
+    }
+    const std::string followed = Content("/run/followed");
+    const std::string lines = followed.substr(0, followed.find("Run 1 of"));
+    EXPECT_EQ(
+        R"(run 1, T: session 2 of 3, 3:0:0:2 (/dev/sg4, running) silent for N s; 3 of 5 disks; at most 0:01:30 more
+run 1, T: session 3 of 3, 4:0:0:1 (/dev/sg5, ?) silent for N s; 4 of 5 disks; at most 0:01:00 more
+2:0:0:2: deleted
+run 1, T: deletes, 1 of 1 disk
+)",
+        std::regex_replace(std::regex_replace(lines, std::regex("1, [0-9:]+:"), "1, T:"), std::regex("[0-9]+ s;"),
+                           "N s;"));
+    EXPECT_NE(std::string::npos, followed.find(": complete.\n"));
+    EXPECT_EQ("0\n", Content("/run/status"));
 }
 
 // A definition starts at the left margin, and so does the brace that ends it.
