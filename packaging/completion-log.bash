@@ -7,7 +7,7 @@ _vdRescan_log()
     case ${COMP_WORDS[COMP_CWORD - 1]} in
     --run | --since | --max-age | --ignore) COMPREPLY=() ;;
     *) case $word in
-        -*) mapfile -t COMPREPLY < <(compgen -W '--all --check --help --ignore --json --max-age --must-look --run --since --version' -- "$word") ;;
+        -*) mapfile -t COMPREPLY < <(compgen -W '--all --check --follow --help --ignore --json --max-age --must-look --run --since --version' -- "$word") ;;
         *) mapfile -t COMPREPLY < <(compgen -f -- "$word") ;;
         esac ;;
     esac
