@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <iterator>
 
 #include "reader_text.h"
 
@@ -124,6 +125,14 @@ void WriteDisks(std::FILE *out, const std::vector<Disk> &disks)
     }
 }
 
+std::vector<Disk> MostUrgentFirst(const std::vector<Disk> &disks)
+{
+    std::vector<Disk> sorted;
+    std::copy_if(disks.begin(), disks.end(), std::back_inserter(sorted), READER_IsMisused);
+    std::remove_copy_if(disks.begin(), disks.end(), std::back_inserter(sorted), READER_IsMisused);
+    return sorted;
+}
+
 void WriteUnassigned(std::FILE *out, const Run &run)
 {
     for (const Unassigned &query : run.unassigned) {
@@ -175,8 +184,7 @@ std::string NotesOf(const Run &run)
 void READER_RunToView(std::FILE *out, const Run &run)
 {
     WriteHeading(out, run);
-    std::vector<Disk> disks = READER_Remarkable(run);
-    std::stable_partition(disks.begin(), disks.end(), READER_IsMisused);
+    const std::vector<Disk> disks = MostUrgentFirst(READER_Remarkable(run));
     if (!disks.empty()) {
         (void)std::fputs("\n", out);
         WriteDisks(out, disks);
