@@ -98,7 +98,7 @@ std::vector<std::string> MisusedIn(const Run &run)
 {
     std::vector<std::string> names;
     for (const Disk &disk : run.disks) {
-        if (READER_IsMisused(disk)) {
+        if (disk.use && READER_IsMisused(disk)) {
             const std::size_t more = disk.use->chains.size() - 1;
             names.push_back(std::string(disk.address) + " (" + disk.use->chains.front().back() +
                             (more == 0 ? "" : " and " + std::to_string(more) + " more") + ")");

@@ -61,7 +61,7 @@ std::string StateOf(const std::string &node)
 
 // The run queries the sessions in the order of their first disks. In each, it sends REPORT LUNS to one disk after
 // another until one answers, and then an INQUIRY to each disk.
-Position PositionOf(const Run &run, const std::string &node)
+Position FindPosition(const Run &run, const std::string &node)
 {
     Position position;
     const auto found =
@@ -127,7 +127,7 @@ Line LineOf(const Run &run, const std::string &path, long long silent, long long
     const std::string name = run.number == 0 ? "a run without records" : "run " + std::to_string(run.number);
     const std::string start =
         name + ", " + DurationOf(std::max(0LL, now - READER_Seconds(run.start).value_or(now))) + ": ";
-    const Position position = PositionOf(run, path);
+    const Position position = FindPosition(run, path);
     if (position.disk == nullptr) {
         const std::string step = StepOf(run, path);
         return {start + step, step, step.starts_with("lists") || step.starts_with("checks") ? 0.0 : 1.0};
