@@ -1,11 +1,11 @@
 # shellcheck shell=bash
-# The storage in the guest: iSCSI and NVMe targets of the guest's own kernel, changed
-# through configfs as the administrator of an array changes what it shows to a host.
+# The storage in the guest: iSCSI and NVMe targets of the guest's own kernel. The functions change them through
+# configfs, like the administrator of an array.
 
 config=/sys/kernel/config
 iscsi=$config/target/iscsi/iqn.2024-01.lab
 nqn=nqn.2024-01.lab
-# What all world-wide names of volumes and all UUIDs of namespaces begin with.
+# The beginning of all world-wide names of volumes, and of all UUIDs of namespaces.
 naa=6001405$(printf '%023d' 0)
 uuid=00000000-0000-0000-0000-0000000000
 
@@ -16,8 +16,8 @@ put() {
     for pair; do echo "${pair#*=}" > "$directory/${pair%%=*}"; done
 }
 
-# volume NAME VENDOR PRODUCT: a new logical unit of 16 MiB, whose bytes the array keeps in /run/NAME.
-# NAME is two hexadecimal digits that end its world-wide name; the kernel puts 6001405 in front of the serial number.
+# volume NAME VENDOR PRODUCT: creates a logical unit of 16 MiB with its data in /run/NAME. NAME is the last two
+# hexadecimal digits of its world-wide name. The kernel adds 6001405 before the serial number.
 volume() {
     local volume=$config/target/core/fileio_0/$1
     mkdir -p "$volume"
@@ -26,33 +26,33 @@ volume() {
         wwn/vendor_id="$2" wwn/product_id="$3" wwn/vpd_unit_serial="${naa#6001405}$1"
 }
 
-# target NAME: a new target port, without authentication.
+# target NAME: creates a target port without authentication.
 target() {
     local tpg=$iscsi:$1/tpgt_1
     mkdir -p "$tpg/np/127.0.0.1:3260"
     put "$tpg" attrib/authentication=0 attrib/generate_node_acls=1 attrib/demo_mode_write_protect=0 enable=1
 }
 
-# map TARGET LUN VOLUME: the target answers at LUN with VOLUME.
+# map TARGET LUN VOLUME: maps VOLUME to LUN of the target.
 map() {
     [ -e "$config/target/core/fileio_0/$3" ] && mkdir "$iscsi:$1/tpgt_1/lun/lun_$2" &&
         ln -s "$config/target/core/fileio_0/$3" "$iscsi:$1/tpgt_1/lun/lun_$2/volume"
 }
 
-# unmap TARGET LUN: nothing answers at LUN any more.
+# unmap TARGET LUN: removes the mapping of LUN.
 unmap() {
     rm "$iscsi:$1/tpgt_1/lun/lun_$2/volume" &&
         rmdir "$iscsi:$1/tpgt_1/lun/lun_$2"
 }
 
-# cut_off TARGET: no way leads to it any more. Returns when the kernel has given up the session;
-# until then it holds back every command to the disks.
-cut_off() {
-    put "$iscsi:$1/tpgt_1" enable=0 && rmdir "$iscsi:$1/tpgt_1/np/127.0.0.1:3260" && wait_for session_is "$1" FREE
-}
+# disable TARGET: ends all connections to it and accepts no new ones.
+disable() { put "$iscsi:$1/tpgt_1" enable=0 && rmdir "$iscsi:$1/tpgt_1/np/127.0.0.1:3260"; }
 
-# reconnect TARGET: mends that way. Returns when the initiator has its session again;
-# it never stopped trying.
+# cut_off TARGET: disables it, and waits until the kernel gives up the session. Until then, the kernel blocks every
+# command to its disks.
+cut_off() { disable "$1" && wait_for session_is "$1" FREE; }
+
+# reconnect TARGET: enables it again, and waits until the initiator has restored the session.
 reconnect() {
     target "$1"
     wait_for session_is "$1" LOGGED_IN
@@ -64,7 +64,7 @@ session_is() {
     grep -qx "$2" "${name%/*}/state"
 }
 
-# subsystem: an NVMe subsystem, reached through TCP.
+# subsystem: creates an NVMe subsystem with a TCP port.
 subsystem() {
     local port=$config/nvmet/ports/1
     mkdir "$config/nvmet/subsystems/$nqn" "$port"
@@ -73,7 +73,7 @@ subsystem() {
     ln -s "$config/nvmet/subsystems/$nqn" "$port/subsystems/"
 }
 
-# namespace NSID NAME: a new namespace of the NVMe subsystem. NAME is two hexadecimal digits that end its UUID.
+# namespace NSID NAME: creates a namespace of the subsystem. NAME is the last two hexadecimal digits of its UUID.
 namespace() {
     mkdir "$config/nvmet/subsystems/$nqn/namespaces/$1"
     put "$config/nvmet/subsystems/$nqn/namespaces/$1" device_path="/dev/ram$1" device_uuid="$uuid$2" enable=1

@@ -1,7 +1,7 @@
 # shellcheck shell=bash
 # shellcheck disable=SC2154 # array.sh and host.sh set the others
-# Runs the tool, and compares what the kernel then holds (read from sysfs and the device mapper, never from the tool's
-# own words) with what it should hold.
+# Runs the tool, and compares the devices that the kernel then has with the expected ones. It reads them from sysfs and
+# the device mapper, never from the output of the tool.
 
 seen='' want='' shown=''
 
@@ -16,13 +16,13 @@ indent() {
     done < "${1:-/dev/fd/0}"
 }
 
-# run [OPTION...]: the tool, with nothing to read.
+# run [OPTION...]: runs the tool without input.
 run() {
     echo "\$ vdRescan_plus" "$@"
     vdRescan_plus "$@" < /dev/null | indent
 }
 
-# ask [OPTION...]: the tool at a terminal, until it asks. answer WORD: types WORD there, and waits for the tool to end.
+# ask [OPTION...]: runs the tool on a terminal until it asks. answer WORD: types WORD, and waits until the tool ends.
 ask() {
     echo "\$ vdRescan_plus" "$@"
     : > /run/said
@@ -37,7 +37,7 @@ answer() {
     indent /run/said
 }
 
-# expect_output STATUS TEXT COMMAND...: the command ends with STATUS, and prints the TEXT.
+# expect_output STATUS PATTERN COMMAND...: the command must end with STATUS and print a line that matches.
 expect_output() {
     local status=0
     echo "\$ ${*:3}"
@@ -47,13 +47,13 @@ expect_output() {
     [ -z "$2" ] || grep -qE "$2" /run/output || fail "it does not print \"$2\""
 }
 
-# look: every disk and namespace as a line to compare (state) and a line to show (table).
-# A device that went away and came back has a new inode in sysfs, whatever its name.
+# look: stores each disk and namespace as a line to compare (state) and a line to print (table). A device that was
+# deleted and found again has a new inode in sysfs, whatever its name.
 look() {
     local device name inode vendor model wwid age sg sd text
     inodes=' ' state='' table=''
     while read -r device inode; do
-        # One that the kernel is just taking away is not there any more.
+        # A device that the kernel is just deleting does not count.
         { read -r wwid < "$device/wwid"; } 2> /dev/null || continue
         inodes+="$inode "
         [[ $seen == *" $inode "* ]] && age=kept || age=new
@@ -72,10 +72,10 @@ look() {
     state=$(sort <<< "${state%$'\n'}")
 }
 
-# expect [-ADDRESS | +ADDRESS=NAME | !ADDRESS]...: compared with the expectation before, these devices are gone or new,
-# and the kernel still holds the very same other ones. Each disk of ZENTRA is a path of the map of its volume, and no map
-# has others. It uses all of them now but those with an exclamation mark. And what is written comes through. All that gets
-# time to settle: probing goes on after a scan, and multipath has yet to hear of it.
+# expect [-ADDRESS | +ADDRESS=NAME | !ADDRESS]...: compared with the last expectation, these devices must be gone or
+# new, and all others must be the same. Each disk of ZENTRA must be a path of the map of its volume, and each map must
+# have no other path. All paths must work, except those with an exclamation mark. All writes must succeed. The function
+# waits for all this, because the kernel probes disks after a scan, and multipath learns of them later.
 expect() {
     local change device address volume failed=' '
     want=${want// new/ kept}
@@ -87,7 +87,7 @@ expect() {
         esac
     done
     want=$(sort <<< "$want" | grep .)
-    # The maps, and each path of them. The other vendor's volumes begin with e and have no map.
+    # The maps and their paths. Volumes of the other vendor begin with e and have no map.
     want_paths=$(while read -r device _; do
         address=${device%=*} volume=${device#*=}
         [[ $address == *:* && $volume != e? ]] || continue
@@ -99,13 +99,13 @@ expect() {
     show_change
     compare "$want" "$state" || fail "the kernel does not hold what it should"
     compare "$want_paths" "$paths" || fail "the maps do not have the paths that they should"
-    # An event that udev has yet to handle would make multipath look at its path anew, after the array's next change.
+    # A pending udev event would make multipath check its path again after the next change of the array.
     udevadm settle --timeout=300
     [ ! -e /run/rounds ] || expect_writes
     seen=$inodes
 }
 
-# show_change: what the kernel and multipath hold, if it is not what was shown last.
+# show_change: prints what the kernel and multipath have, if it has changed since it was last printed.
 show_change() {
     if [ "$state$paths" = "$shown" ]; then
         echo "The kernel and multipath hold what they held before."
@@ -121,8 +121,8 @@ same_devices() { look; [ "$state" = "$want" ]; }
 same_paths() { paths=$(list_paths | sort -u); [ "$paths" = "$want_paths" ]; }
 show_maps() { echo "# multipathd show topology"; multipathd show topology | sed '/^size=/d; s/^[a-z]*: //' | indent; }
 
-# list_paths: each map as NAME, each path as NAME=ADDRESS, with the word failed if it is not in use, from the kernel's
-# tables. A path whose disk is gone has its numbers for an address.
+# list_paths: prints each map as NAME and each path as NAME=ADDRESS, with the word failed if it does not work, from the
+# kernel's tables. A path whose disk is gone has its device numbers in place of an address.
 list_paths() {
     local word state map disk
     dmsetup status --target multipath | grep -oE '^[^:]+|[0-9]+:[0-9]+ [AF]' | while read -r word state; do
@@ -133,13 +133,13 @@ list_paths() {
     done
 }
 
-# asked_twice TARGET LUN: the host has sent this LUN two commands or more since it was mapped.
+# asked_twice TARGET LUN: whether the host has sent this LUN two commands since it was mapped.
 asked_twice() { [ "$(< "$iscsi:$1/tpgt_1/lun/lun_$2/statistics/scsi_tgt_port/in_cmds")" -ge 2 ]; }
 
-# expect_writes: since the last look writes came through, to the map and to the files; not one ever failed or was read
-# back wrong.
+# expect_writes: waits until writes to the map and to the files have succeeded. No write may have failed so far, and no
+# data may have been read back wrong.
 expect_writes() {
-    # The round that was under way may have begun before.
+    # The current round may have begun before the call.
     want_rounds=$(($(rounds) + 2))
     wait_for written || fail "the writes hang"
     { echo "$EPOCHSECONDS" >> /mnt/steps && sync /mnt/steps; } || fail "the file system takes no more writes"
