@@ -61,7 +61,7 @@ int RefuseWithoutRun(const Settings &settings)
 void PickRuns(std::FILE *file, const Settings &settings, PickedRuns &picked)
 {
     READER_PickRuns(file, settings, picked);
-    if (settings.isOwnLog && !settings.Has(kRun)) {
+    if (settings.isOwnLog && !picked.isOutdated) {
         std::for_each(picked.runs.begin(), picked.runs.end(), READER_FindUsers);
     }
 }
@@ -140,15 +140,20 @@ int ReportFromPath(const Settings &settings)
 int Follow(const Settings &settings)
 {
     Progress progress;
-    long followed = 0;
-    for (;;) {
+    std::string start;  // of the run that is followed
+    for (long followed = 0;;) {
         const OwnedFile file(std::fopen(settings.path, "rb"));
         PickedRuns picked;
         if (file != nullptr) {
             READER_PickRuns(file.get(), settings, picked);
         }
-        if (!picked.lock || !picked.lock->isHeld || (followed != 0 && followed != picked.lock->process)) {
-            break;
+        const bool isFollowed =
+            picked.lock && picked.lock->isHeld && (followed == 0 || followed == picked.lock->process);
+        if (!isFollowed) {
+            // The last run, if it is the followed one.
+            const bool isEnded = !picked.runs.empty() && picked.runs.front().start == start;
+            READER_EndProgress(stdout, isEnded ? picked.runs.front() : Run(), progress);
+            return ReportFromPath(settings);
         }
         followed = picked.lock->process;
         Run run;  // if the log has no record of it
@@ -156,11 +161,10 @@ int Follow(const Settings &settings)
         for (const Run &known : picked.runs) {
             run = known.isAtWork == true ? known : run;
         }
+        start = run.start;
         READER_ShowProgress(stdout, run, *picked.lock, progress);
         (void)sleep(1);  // a signal only shortens it
     }
-    READER_EndProgress(stdout, progress);
-    return ReportFromPath(settings);
 }
 
 }  // namespace

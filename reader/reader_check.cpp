@@ -117,7 +117,12 @@ void JudgeDisks(Verdict &verdict, const Run &run, const Demands &demands)
         return disk.state == DiskCondition::NotQuestioned && !IsIgnored(disk, demands);
     };
     const auto leftOut = [&demands](const Disk &disk) { return !IsIgnored(disk, demands); };
+    const auto mayBeMisused = [&run](const Disk &disk) {
+        return run.areUsersUnknown && disk.state == DiskCondition::Changed && disk.action != DiskAction::Deleted &&
+               READER_DoubtAbout(disk).empty();
+    };
     WorsenBy(verdict, kCheckCritical, "changed and in use:", MisusedIn(run));
+    WorsenBy(verdict, kCheckCritical, "changed, and it is not known who uses them:", NamesOf(run.disks, mayBeMisused));
     WorsenBy(verdict, kCheckCritical, "deletion failed:", NamesOf(run.disks, failed));
     WorsenBy(
         verdict, kCheckWarning,

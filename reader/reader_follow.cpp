@@ -103,12 +103,12 @@ std::string DurationOf(long long seconds)
 std::string StepOf(const Run &run, const std::string &path)
 {
     const Tally tally = READER_TallyOf(run);
+    const std::size_t targets = run.hostsRescanned + run.controllersRescanned + run.hostsNotRescanned.size() +
+                                run.controllersNotRescanned.size();
     std::string step = run.disks.empty() ? "lists devices" : "checks " + READER_Count(run.disks.size(), "disk");
-    if (run.hostsRescanned + run.controllersRescanned + run.hostsNotRescanned.size() +
-            run.controllersNotRescanned.size() >
-        0) {
+    if (targets > 0 || path.ends_with("/scan")) {
         step = "rescans";
-    } else if (tally.deleted + tally.failed > 0) {
+    } else if (tally.deleted + tally.failed > 0 || path.ends_with("/delete")) {
         step = "deletes, " + std::to_string(tally.deleted + tally.failed) + " of " + READER_Count(tally.stale, "disk");
     } else if (run.asked && !run.answer) {
         step = "waits for the answer to its question";
@@ -119,8 +119,18 @@ std::string StepOf(const Run &run, const std::string &path)
 struct Line {
     std::string text;
     std::string news;  // the text without times
-    double share = 0;  // of the disks that need no further query
+    double share = 0;  // of the disks that are done
 };
+
+// The share of the disks that a step without a query has done.
+double ShareOf(const Run &run, const std::string &step)
+{
+    const Tally tally = READER_TallyOf(run);
+    if (step.starts_with("deletes")) {
+        return static_cast<double>(tally.deleted + tally.failed) / static_cast<double>(std::max(tally.stale, 1UL));
+    }
+    return step.starts_with("lists") || step.starts_with("checks") ? 0 : 1;
+}
 
 Line LineOf(const Run &run, const std::string &path, long long silent, long long now)
 {
@@ -130,7 +140,7 @@ Line LineOf(const Run &run, const std::string &path, long long silent, long long
     const Position position = FindPosition(run, path);
     if (position.disk == nullptr) {
         const std::string step = StepOf(run, path);
-        return {start + step, step, step.starts_with("lists") || step.starts_with("checks") ? 0.0 : 1.0};
+        return {start + step, step, ShareOf(run, step)};
     }
     const std::string where = "session " + std::to_string(position.session) + " of " +
                               std::to_string(run.sessionDisks.size()) + ", " + std::string(position.disk->address) +
@@ -141,8 +151,8 @@ Line LineOf(const Run &run, const std::string &path, long long silent, long long
             where + disks, static_cast<double>(position.done) / static_cast<double>(run.disks.size())};
 }
 
-// Draws the line and, below it, a bar as wide as the terminal.
-void Draw(std::FILE *out, const Line &line)
+// Draws the line and, below it, a bar as wide as the terminal. Returns the number of terminal lines above the bar.
+std::size_t Draw(std::FILE *out, const Line &line)
 {
     winsize size = {};
     const bool isKnown = ioctl(fileno(out), TIOCGWINSZ, &size) == 0 && size.ws_col > 2;
@@ -150,9 +160,32 @@ void Draw(std::FILE *out, const Line &line)
     const auto filled = static_cast<std::size_t>(line.share * static_cast<double>(width - 2));
     const char *noColor = std::getenv("NO_COLOR");  // https://no-color.org: set and not empty
     const bool hasColor = noColor == nullptr || *noColor == '\0';
-    (void)std::fprintf(out, "%s\n[%s%s%s%s]", line.text.substr(0, width).c_str(), hasColor ? "\x1b[32m" : "",
+    (void)std::fprintf(out, "%s\n[%s%s%s%s]", line.text.c_str(), hasColor ? "\x1b[32m" : "",
                        std::string(filled, '#').c_str(), hasColor ? "\x1b[0m" : "",
                        std::string(width - 2 - filled, '.').c_str());
+    return (line.text.size() + width - 1) / width;
+}
+
+void ShowDeletions(std::FILE *out, const Run &run, Progress &progress)
+{
+    for (const Disk &disk : run.disks) {
+        const bool isNew = disk.action == DiskAction::Deleted || disk.action == DiskAction::Failed;
+        if (isNew && progress.deletions.insert(std::string(disk.address)).second) {
+            (void)std::fprintf(out, "%s: %s\n", std::string(disk.address).c_str(),
+                               kActionNames[static_cast<std::size_t>(disk.action)]);
+        }
+    }
+}
+
+// Clears the bar and the lines above it, one by one: terminals may keep a copy of what is cleared at once.
+void Erase(std::FILE *out, Progress &progress)
+{
+    if (progress.lines > 0) {
+        (void)std::fputs("\r\x1b[2K", out);
+    }
+    for (; progress.lines > 0; --progress.lines) {
+        (void)std::fputs("\x1b[1A\x1b[2K", out);
+    }
 }
 
 }  // namespace
@@ -168,16 +201,10 @@ void READER_ShowProgress(std::FILE *out, const Run &run, const RunLock &lock, Pr
         progress.since = isFirst ? READER_Seconds(run.end).value_or(now) : now;
     }
     const Line line = LineOf(run, path, std::max(0LL, now - progress.since), now);
-    READER_EndProgress(out, progress);
-    for (const Disk &disk : run.disks) {
-        if (disk.action != DiskAction::None && progress.deletions.insert(std::string(disk.address)).second) {
-            (void)std::fprintf(out, "%s: %s\n", std::string(disk.address).c_str(),
-                               kActionNames[static_cast<std::size_t>(disk.action)]);
-        }
-    }
+    Erase(out, progress);
+    ShowDeletions(out, run, progress);
     if (isatty(fileno(out)) == 1) {
-        Draw(out, line);
-        progress.isDrawn = true;
+        progress.lines = Draw(out, line);
     } else if (line.news != progress.shown) {
         (void)std::fprintf(out, "%s\n", line.text.c_str());
     }
@@ -185,10 +212,8 @@ void READER_ShowProgress(std::FILE *out, const Run &run, const RunLock &lock, Pr
     (void)std::fflush(out);
 }
 
-void READER_EndProgress(std::FILE *out, Progress &progress)
+void READER_EndProgress(std::FILE *out, const Run &run, Progress &progress)
 {
-    if (progress.isDrawn) {
-        (void)std::fputs("\r\x1b[1A\x1b[J", out);  // the line above, and all below
-        progress.isDrawn = false;
-    }
+    Erase(out, progress);
+    ShowDeletions(out, run, progress);
 }

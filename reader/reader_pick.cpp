@@ -11,6 +11,7 @@ namespace {
 void Keep(const Settings &settings, PickedRuns &picked, RunText run)
 {
     if (settings.Has(kRun)) {
+        picked.isOutdated = picked.isOutdated || (picked.last && !run.isRefused);
         if (run.number == static_cast<std::uint64_t>(settings.number)) {
             picked.last = std::move(run);
         }

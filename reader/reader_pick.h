@@ -15,6 +15,7 @@ struct PickedRuns {
     std::optional<RunText> last;     // the last one that was not refused, or the one of --run
     std::optional<RunText> refused;  // the last one, where it was refused
     std::optional<RunLock> lock;     // of this host, if the log is the host's and the kernel can be asked
+    bool isOutdated = false;         // after the run of --run, another one was not refused
     int error = 0;                   // errno of a failed read
     std::vector<Run> runs;           // to print or judge; they refer to the texts above
 };

@@ -202,7 +202,7 @@ void READER_RunToView(std::FILE *out, const Run &run)
                            run.isWhole ? "" : "recorded ", std::string(session).c_str());
     }
     if (run.areUsersUnknown) {
-        (void)std::fputs("Not known: who uses the stale disks; lsblk printed nothing that can be read.\n", out);
+        (void)std::fputs("Not known: who uses the stale disks; lsblk gave no list.\n", out);
     }
     WriteUnassigned(out, run);
     WriteLines(out, "Not listed: ", run.inventoryErrors);

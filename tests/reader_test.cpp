@@ -215,6 +215,9 @@ status 0
               Read("--json " + std::string(kLog)).find(R"("block":null,"used_by":null,"in_use":null)"));
     Put("/run/lsblk", "no data");
     EXPECT_NE(std::string::npos, Read("").find("\nNot known: who uses the stale disks"));
+    EXPECT_NE(std::string::npos, Read("--check").find("CRITICAL - run 1 of T: changed, and it is not known who uses"));
+    EXPECT_NE(std::string::npos,
+              Read("--check").find(" CRITICAL - run 1 of T: changed, and it is not known who uses them: 2:0:0:6;"));
 }
 
 TEST_F(MachineTest, ReaderCountsHours)
@@ -345,7 +348,8 @@ TEST_F(MachineTest, ReaderFollowsTheRunAtWork)
     WaitForLines(3);
     (void)close(node);
     WaitForLines(4);
-    std::ofstream(kLog, std::ios::app) << record("INFO main vdRescan_plus end.");
+    log = record("INFO SCAN_DeleteChangeDisk     delete 3:0:0:1 fail.");
+    std::ofstream(kLog, std::ios::app) << log + record("INFO main vdRescan_plus end.");
     (void)close(lock);
     while (Content("/run/status").empty()) {
         usleep(20000);
@@ -357,6 +361,7 @@ TEST_F(MachineTest, ReaderFollowsTheRunAtWork)
 run 1, T: session 3 of 3, 4:0:0:1 (/dev/sg5, ?) silent for N s; 4 of 5 disks; at most 0:01:00 more
 2:0:0:2: deleted
 run 1, T: deletes, 1 of 1 disk
+3:0:0:1: failed
 )",
         std::regex_replace(std::regex_replace(lines, std::regex("1, [0-9:]+:"), "1, T:"), std::regex("[0-9]+ s;"),
                            "N s;"));
