@@ -1,6 +1,7 @@
 // Output of vdRescan_log for the logs in logs.txt, for a log that the command has just written, and for one from the
 // lab.
 #include <fcntl.h>
+#include <sys/stat.h>
 
 #include <cstdlib>
 #include <ctime>
@@ -320,7 +321,9 @@ void WaitForLines(long count)
 TEST_F(MachineTest, ReaderFollowsTheRunAtWork)
 {
     const int lock = TakeLock();
-    const std::string time = READER_LocalTime(std::time(nullptr));
+    struct stat file = {};
+    ASSERT_EQ(0, fstat(lock, &file));
+    const std::string time = READER_LocalTime(file.st_mtime);  // std::time may still be in the second before
     int number = 0;
     const auto record = [&](const std::string &text) { return RecordOf(std::to_string(++number) + " " + text, time); };
     std::string log = record("INFO SCAN_Init vdRescan_plus start...");
