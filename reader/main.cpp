@@ -146,6 +146,8 @@ int Follow(const Settings &settings)
         PickedRuns picked;
         if (file != nullptr) {
             READER_PickRuns(file.get(), settings, picked);
+        } else {
+            picked.lock = READER_AskLock();  // the log was rotated, and the run has recorded nothing since
         }
         const bool isFollowed =
             picked.lock && picked.lock->isHeld && (followed == 0 || followed == picked.lock->process);

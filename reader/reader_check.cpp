@@ -99,8 +99,13 @@ std::vector<std::string> MisusedIn(const Run &run)
     std::vector<std::string> names;
     for (const Disk &disk : run.disks) {
         if (disk.use && READER_IsMisused(disk)) {
-            const std::size_t more = disk.use->chains.size() - 1;
-            names.push_back(std::string(disk.address) + " (" + disk.use->chains.front().back() +
+            const auto &chains = disk.use->chains;
+            const auto mount = std::find_if(chains.begin(), chains.end(), [](const std::vector<std::string> &chain) {
+                return chain.back().starts_with('/');
+            });
+            const std::size_t more = chains.size() - 1;
+            names.push_back(std::string(disk.address) + " (" +
+                            (mount == chains.end() ? chains.front() : *mount).back() +
                             (more == 0 ? "" : " and " + std::to_string(more) + " more") + ")");
         }
     }

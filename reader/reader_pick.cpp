@@ -40,7 +40,7 @@ void Choose(const Settings &settings, PickedRuns &picked)
             std::swap(runs.front(), runs.back());
         }
         const bool isOver = runs.back().outcome == Outcome::Complete;
-        if (picked.refused && isOver && !settings.Has(kCheck)) {
+        if (picked.refused && isOver && !settings.Has(kCheck) && !settings.Has(kFollow)) {
             runs.clear();
         }
     }

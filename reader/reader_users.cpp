@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <csignal>
 #include <cstdio>
 #include <map>
 #include <set>
@@ -13,11 +14,12 @@ namespace {
 
 constexpr const char *kListDevices =
     "lsblk --json --all --output NAME,MAJ:MIN,HCTL,TYPE,STATE,MOUNTPOINTS 2> /dev/null";
-constexpr const char *kListPaths = "dmsetup status --target multipath 2> /dev/null";
+constexpr const char *kListPaths = "PATH=$PATH:/usr/sbin:/sbin dmsetup status --target multipath 2> /dev/null";
 
 // What a command prints; nothing if it fails.
 std::optional<std::string> OutputOf(const char *command)
 {
+    (void)std::signal(SIGCHLD, SIG_DFL);     // a caller may ignore it, and pclose would then find no status
     std::FILE *pipe = popen(command, "re");  // NOLINT(cert-env33-c): the commands are the two constants above
     if (pipe == nullptr) {
         return std::nullopt;
@@ -80,7 +82,9 @@ std::optional<std::set<std::string>> WorkingPaths()
 bool ReadDevices(Devices &devices)
 {
     const std::optional<std::string> text = OutputOf(kListDevices);
-    devices.list.reset(text ? json_loads(text->c_str(), 0, nullptr) : nullptr);
+    std::string shown;  // JSON is UTF-8, but lsblk prints names of directories as they are
+    READER_AppendShown(shown, text.value_or(""));
+    devices.list.reset(json_loads(shown.c_str(), 0, nullptr));
     if (!json_is_array(json_object_get(devices.list.get(), "blockdevices"))) {
         return false;
     }
@@ -101,6 +105,9 @@ bool ReadDevices(Devices &devices)
 std::set<std::string_view> HealthyIn(const Run &run)
 {
     std::set<std::string_view> healthy;
+    if (!run.isWhole || (run.outcome != Outcome::Complete && !run.asked)) {
+        return healthy;  // records of stale disks may be missing
+    }
     for (const Disk &disk : run.disks) {
         if (disk.state == DiskCondition::Healthy) {
             healthy.insert(disk.address);
@@ -133,12 +140,12 @@ std::size_t OtherPaths(const Host &host, std::string_view map, const json_t *dis
     }));
 }
 
-// Adds a chain of names for each thing that sits at the top of the device, such as "vg0-data", "/srv/data".
+// Adds a chain of names for each thing that sits at the top of the device, such as "vg0-data", "/srv/data". A partition
+// with nothing on it is no use.
 void AddChains(const json_t *device, const std::vector<std::string> &below, Use &use)
 {
-    bool isTop = true;
-    const auto above = [&below, &isTop](std::string_view name) {
-        isTop = false;
+    const std::size_t before = use.chains.size();
+    const auto above = [&below](std::string_view name) {
         std::vector<std::string> chain = below;
         chain.push_back(READER_Shown(name));
         return chain;
@@ -151,7 +158,7 @@ void AddChains(const json_t *device, const std::vector<std::string> &below, Use 
     for (const json_t *child : List(device, "children")) {
         AddChains(child, above(Field(child, "name")), use);
     }
-    if (isTop && !below.empty()) {
+    if (use.chains.size() == before && !below.empty() && Field(device, "type") != "part") {
         use.chains.push_back(below);
     }
 }

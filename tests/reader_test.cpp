@@ -169,7 +169,8 @@ TEST_F(MachineTest, ReaderShowsWhoUsesStaleDisks)
     const std::string mapA = Device("mpatha", "", "mpath", R"("/srv/a")");
     const std::string swap = Device("vg0-swap", "", "lvm", R"("[SWAP]")");
     const std::string mapB = Device("mpathb", "", "mpath", "null", swap + "," + Device("vg0-free", "", "lvm"));
-    const std::string part = Device("sdh1", "", "part", R"("/srv/data","/srv/copy")");
+    const std::string part =
+        Device("sdh1", "", "part", R"("/srv/data","/srv/copy")") + "," + Device("sdh2", "", "part");
     Put("/run/lsblk",
         R"({"blockdevices":[)" + Device("sdb", "2:0:0:1", "disk", "null", mapA) + "," +
             Device("sdc", "2:0:0:2", "disk", "null", mapA) + "," + Device("sde", "2:0:0:3", "disk", "null", mapB) +
@@ -327,7 +328,7 @@ TEST_F(MachineTest, ReaderFollowsTheRunAtWork)
     int number = 0;
     const auto record = [&](const std::string &text) { return RecordOf(std::to_string(++number) + " " + text, time); };
     std::string log = record("INFO SCAN_Init vdRescan_plus start...");
-    for (const std::string disk : {"2:0:0:1", "2:0:0:2", "3:0:0:1", "3:0:0:2", "4:0:0:1"}) {
+    for (const std::string disk : {"2:0:0:1", "2:0:0:2", "3:0:0:1", "3:0:0:2", "4:0:0:1", "4:0:0:2"}) {
         const std::string node = "/dev/sg" + std::to_string(number);
         Put(node, "");
         log += record("INFO SCAN_CreateScsiDisk create scsi disk{" + disk + ", ZENTRA, ARRAY9000, a1, " + node +
@@ -341,7 +342,7 @@ TEST_F(MachineTest, ReaderFollowsTheRunAtWork)
     const int node = open("/dev/sg4", O_RDONLY | O_CLOEXEC);
     (void)std::system("rm -f /run/followed; (" VD_READER " --follow > /run/followed; echo $? > /run/status) &");
     WaitForLines(1);
-    const int next = open("/dev/sg5", O_RDONLY | O_CLOEXEC);
+    const int next = open("/dev/sg6", O_RDONLY | O_CLOEXEC);
     (void)dup2(next, node);
     (void)close(next);
     WaitForLines(2);
@@ -360,8 +361,8 @@ TEST_F(MachineTest, ReaderFollowsTheRunAtWork)
     const std::string followed = Content("/run/followed");
     const std::string lines = followed.substr(0, followed.find("Run 1 of"));
     EXPECT_EQ(
-        R"(run 1, T: session 2 of 3, 3:0:0:2 (/dev/sg4, running) silent for N s; 3 of 5 disks; at most 0:01:30 more
-run 1, T: session 3 of 3, 4:0:0:1 (/dev/sg5, ?) silent for N s; 4 of 5 disks; at most 0:01:00 more
+        R"(run 1, T: session 2 of 3, 3:0:0:2 (/dev/sg4, running) silent for N s; 3 of 6 disks; at most 0:02:30 more
+run 1, T: session 3 of 3, 4:0:0:2 (/dev/sg6, ?) silent for N s; 4 of 6 disks; at most 0:01:30 more
 2:0:0:2: deleted
 run 1, T: deletes, 1 of 1 disk
 3:0:0:1: failed
