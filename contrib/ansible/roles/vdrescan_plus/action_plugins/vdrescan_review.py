@@ -101,6 +101,9 @@ class ActionModule(ActionBase):
             raise ValueError("no object")
         for name in FOUND + ("looked", "approved"):
             review[name]
+        for disk in review["stale"]:
+            for name in RULES.USE:
+                disk[name]
         return review
 
     def _write(self, review):
